@@ -1,0 +1,169 @@
+// libqzclient: the interpreter's side of the call protocol. It creates the shared-memory
+// segment, starts a server on it, lays out each call's arguments in either call-block
+// layout, signals the server and waits for the answer (serving callbacks meanwhile), and
+// stops the server. Every failure comes back as an error value with a message.
+//
+// Threads and signals: the server answers with SIGUSR2 sent to this process. Block
+// SIGUSR2 in every thread before starting threads (qz::client::block_call_signal() in
+// main), so that it can only be taken by the thread that waits for it; one call may be in
+// progress per process at a time.
+#pragma once
+
+#include <chrono>
+#include <cstddef>
+#include <cstdint>
+#include <functional>
+#include <span>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace qz::client {
+
+enum class Layout { bits32, bits64 };
+
+inline constexpr int kInteger = 1;  // interpreter types, as in the call block
+inline constexpr int kReal = 2;
+inline constexpr int kString = 3;
+
+// An interpreter real: the 12-byte decimal record, as bytes.
+struct Decimal {
+  unsigned char bytes[12];
+};
+
+// One argument of a call: a scalar or an array of one interpreter type, by value or as a
+// variable (byref). After a call, the values of an argument whose byref the server left
+// set are read back into it; `unref` tells that the server cleared byref.
+struct Arg {
+  int type = kInteger;               // kInteger, kReal or kString
+  bool byref = false;                // a variable: the data is copied back after the call
+  int maxlen = 0;                    // strings: capacity of each element
+  int elsz = 0;                      // element distance in 4-byte units; 0: the natural one
+  std::vector<std::int32_t> ints;    // kInteger elements
+  std::vector<Decimal> reals;        // kReal elements
+  std::vector<std::string> strings;  // kString elements
+  bool unref = false;                // after the call: the server cleared byref
+
+  static Arg integer(std::int32_t v);
+  static Arg int_var(std::int32_t v = 0);
+  static Arg int_array(std::vector<std::int32_t> v, bool byref = true);
+  static Arg real(const Decimal &d);
+  static Arg real_var(const Decimal &d);
+  static Arg real_array(std::vector<Decimal> v, bool byref = true);
+  static Arg string(std::string_view s);  // capacity = its length
+  static Arg string_var(std::string_view s, int capacity);
+  static Arg string_array(std::vector<std::string> v, int capacity, bool byref = true);
+
+  int elcnt() const;                    // number of elements
+  int natural_elsz() const;             // 4-byte units one element needs
+  std::int32_t as_int() const { return ints.at(0); }
+  const std::string &as_string() const { return strings.at(0); }
+};
+
+struct ExitInfo {
+  bool running = true;  // not yet reaped
+  bool exited = false;  // ended by exit; `code` holds its status
+  int code = 0;         // exit status
+  int signal = 0;       // terminating signal when not exited
+  std::string describe() const;
+};
+
+struct CallResult {
+  enum class Kind { answered, server_died, timeout, failed };
+  Kind kind = Kind::failed;
+  int status = 0;          // the call's status, when answered
+  std::string error;       // what went wrong otherwise
+  std::vector<Arg> args;   // the arguments after the call (call with a list only)
+  bool ok() const { return kind == Kind::answered; }
+};
+
+struct Options {
+  std::string server;                  // path of the server program
+  std::vector<std::string> launcher;   // programs put before it, e.g. {"qemu-i386"}
+  Layout layout = sizeof(void *) == 8 ? Layout::bits64 : Layout::bits32;
+  std::string suffix = "auto";         // after the id: "auto" (none or ":64"), "", ":32", ...
+  std::vector<std::string> argv;       // if set, the exact arguments instead of ID[suffix]
+  std::size_t segment_size = 1 << 20;  // bytes
+  std::chrono::milliseconds timeout{30000};  // per call
+  bool capture_stderr = true;          // false: the server writes to our standard error
+  std::uint64_t base = 0;              // interpreter base address to announce; 0: real one
+  std::uint64_t scratch = 0;           // interpreter address of a scratch area, 0: none
+};
+
+// Blocks SIGUSR2 in the calling thread (threads created afterwards inherit it).
+void block_call_signal();
+
+// Offsets of the call block fields in one layout (the wire format).
+struct BlockLayout {
+  std::size_t pid, base, status, shmsz, scratch, callback, argc, args, arg_size, addr_size;
+  std::size_t a_type, a_byref, a_ptr, a_maxlen, a_elsz, a_elcnt;
+};
+const BlockLayout &block_layout(Layout l);
+
+class Session {
+ public:
+  Session() = default;
+  ~Session();
+  Session(const Session &) = delete;
+  Session &operator=(const Session &) = delete;
+
+  // Creates the segment, fills its header and starts the server. False: see error().
+  bool start(const Options &options);
+  const std::string &error() const { return error_; }
+
+  // Writes the call into the block, signals and waits; by-reference values are read
+  // back into `args` (or into the result's copy for the list form).
+  CallResult call(std::string_view name, std::span<Arg> args);
+  CallResult call(std::string_view name, std::initializer_list<Arg> args);
+
+  // Answers to callback requests arrive here; without a handler the answer is 0.
+  void on_callback(std::function<int(int code)> handler) { callback_ = std::move(handler); }
+
+  // Sends an empty call (no descriptors, status 9) and waits for it: the server is then
+  // past start-up and waiting.
+  bool ping();
+
+  // SIGTERM, reap (SIGKILL after the timeout), detach and remove the segment.
+  ExitInfo stop();
+  // Waits until the server ends by itself, up to the timeout.
+  ExitInfo wait_exit(std::chrono::milliseconds timeout);
+  ExitInfo exit_info();           // reaps without waiting
+  std::string stderr_text() const;  // everything the server wrote to standard error
+  int pid() const { return pid_; }
+  int shm_id() const { return shm_id_; }
+  bool running();
+
+  // Low level, for tests and tools that lay out a block themselves.
+  unsigned char *block() const { return block_; }
+  std::size_t block_size() const { return size_; }
+  const BlockLayout &layout() const { return block_layout(options_.layout); }
+  std::uint64_t address_of(std::size_t offset) const { return base_ + offset; }
+  std::int32_t get32(std::size_t offset) const;
+  void put32(std::size_t offset, std::int32_t v);
+  void put_address(std::size_t offset, std::uint64_t address);
+  void write_descriptor(int i, int type, int byref, std::uint64_t ptr, int maxlen, int elsz,
+                        int elcnt);
+  // Lays out name and arguments; false when they do not fit the segment.
+  bool write_call(std::string_view name, std::span<const Arg> args);
+  void read_back(std::span<Arg> args) const;
+  // Signals the server and waits for its answer; the block is left as it is.
+  CallResult raw_call();
+
+ private:
+  CallResult wait_answer();
+  CallResult died(const std::string &what);
+
+  Options options_;
+  std::string error_;
+  int pid_ = -1;
+  int shm_id_ = -1;
+  unsigned char *block_ = nullptr;
+  std::size_t size_ = 0;
+  std::uint64_t base_ = 0;
+  int stderr_fd_ = -1;
+  ExitInfo exit_;
+  std::function<int(int)> callback_;
+  std::vector<std::size_t> arg_data_;  // offset of each argument's data in the last call
+};
+
+}  // namespace qz::client

@@ -1,0 +1,150 @@
+// The server's process frame: command line, signal dispositions, descriptor clean-up,
+// attaching and checking the call block, the sigsuspend loop, and the one signal handler
+// that runs each call (SIGUSR2) or ends the process (SIGTERM).
+#include "dllmain.hpp"
+
+#include <linux/close_range.h>
+#include <sys/ipc.h>
+#include <sys/shm.h>
+#include <sys/syscall.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <csignal>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <initializer_list>
+
+using qz::wire::get32;
+using qz::wire::put32;
+
+int shm_id = 0;
+void *shm_addr = nullptr;
+unsigned char *dll_info = nullptr;
+int dll_compat = 0;
+int dll_debug = 0;
+volatile std::sig_atomic_t dll_in_call = 0;
+
+namespace {
+
+// Closes every descriptor below the system's limit except 2. close_range does it in one
+// call; the loop is the fall-back where the kernel (or an emulator) lacks it.
+void close_descriptors() {
+  long open_max = sysconf(_SC_OPEN_MAX);
+  if (open_max <= 0) open_max = 1024;
+  close(0);
+  close(1);
+  if (open_max > 3 && syscall(SYS_close_range, 3u, static_cast<unsigned>(open_max - 1), 0u) == 0)
+    return;
+  for (long fd = 3; fd < open_max; ++fd)
+    close(static_cast<int>(fd));
+}
+
+void set_action(int sig, void (*handler)(int), int flags) {
+  struct sigaction sa;
+  std::memset(&sa, 0, sizeof sa);
+  sa.sa_handler = handler;
+  sigemptyset(&sa.sa_mask);
+  sa.sa_flags = flags;
+  sigaction(sig, &sa, nullptr);
+}
+
+}  // namespace
+
+extern "C" void signal_handler(int sig) {
+  if (sig == SIGTERM) {
+    bool in_call = dll_in_call != 0;
+    shmdt(shm_addr);
+    dll_cleanup();
+    // Inside a call the interrupted code may hold the allocator's or a driver's lock:
+    // exit handlers could deadlock there, so the process ends without them.
+    if (in_call) _exit(0);
+    std::exit(0);
+  }
+  dll_in_call = 1;
+  int status = dll_main();
+  put32(dll_info, qz::layout().status, status);  // status first: read on the signal
+  pid_t pid = get32(dll_info, qz::layout().pid);
+  dll_in_call = 0;
+  if (kill(pid, SIGUSR2) != 0) raise(SIGTERM);
+}
+
+int main(int argc, char **argv) {
+  if (argc != 2) {
+    std::fprintf(stderr, "%s: Illegal call\n", argv[0]);
+    std::exit(2);
+  }
+  shm_id = static_cast<int>(std::strtol(argv[1], nullptr, 10));
+  dll_compat = 0;
+  if (const char *colon = std::strchr(argv[1], ':')) {
+    dll_compat = static_cast<int>(std::strtol(colon + 1, nullptr, 10));
+    if (dll_compat != 0 && dll_compat != 32 && dll_compat != 64) {
+      std::fprintf(stderr, "%s: Illegal argument: %s\n", argv[0], argv[1]);
+      std::exit(2);
+    }
+    if (dll_compat == 32) dll_compat = 0;
+  }
+
+  sigset_t set;
+  sigemptyset(&set);
+  for (int sig : {SIGINT, SIGUSR1, SIGUSR2, SIGALRM, SIGIO})
+    sigaddset(&set, sig);
+  sigprocmask(SIG_BLOCK, &set, nullptr);
+
+  for (int sig = 1; sig <= 64; ++sig) {
+    switch (sig) {
+      case SIGILL:
+      case SIGTRAP:
+      case SIGBUS:
+      case SIGSEGV:
+        set_action(sig, SIG_DFL, 0);
+        break;
+      case SIGKILL:
+      case SIGUSR2:
+      case SIGTERM:
+      case SIGSTOP:
+        break;
+      default: {
+        struct sigaction old;
+        if (sigaction(sig, nullptr, &old) == 0 && old.sa_handler != SIG_IGN)
+          set_action(sig, SIG_DFL, 0);
+      }
+    }
+  }
+
+  close_descriptors();
+
+  shm_addr = shmat(shm_id, nullptr, 0);
+  if (shm_addr == reinterpret_cast<void *>(-1)) {
+    std::perror("shmat");
+    std::exit(2);
+  }
+  dll_info = static_cast<unsigned char *>(shm_addr);
+  struct shmid_ds ds;
+  qz::segment_size =
+      shmctl(shm_id, IPC_STAT, &ds) == 0 ? static_cast<std::int64_t>(ds.shm_segsz) : 0;
+
+  // A segment too small for the header cannot hold the magic either.
+  const qz::wire::Layout &l = qz::layout();
+  if (qz::segment_size < static_cast<std::int64_t>(l.args) ||
+      std::memcmp(dll_info, qz::wire::kMagic, sizeof qz::wire::kMagic) != 0) {
+    std::fputs("Bad DLL_MAGIC\n", stderr);
+    std::exit(2);
+  }
+  std::uint32_t version = static_cast<std::uint32_t>(get32(dll_info, 8));
+  if (version != qz::wire::kVersion) {
+    std::fprintf(stderr, "Unsupported DLL_VERSION %x\n", version);
+    std::exit(2);
+  }
+
+  dll_setup();
+
+  set_action(SIGTERM, signal_handler, SA_RESTART);
+  set_action(SIGUSR2, signal_handler, SA_RESTART);
+
+  sigdelset(&set, SIGUSR2);
+  sigdelset(&set, SIGTERM);
+  for (;;)
+    sigsuspend(&set);
+}

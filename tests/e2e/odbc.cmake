@@ -1,0 +1,1 @@
+# Whole-process tests of the odbc area.
