@@ -13,6 +13,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <functional>
+#include <optional>
 #include <span>
 #include <string>
 #include <string_view>
@@ -54,8 +55,8 @@ struct Arg {
   static Arg string_var(std::string_view s, int capacity);
   static Arg string_array(std::vector<std::string> v, int capacity, bool byref = true);
 
-  int elcnt() const;                    // number of elements
-  int natural_elsz() const;             // 4-byte units one element needs
+  int elcnt() const;         // number of elements
+  int natural_elsz() const;  // 4-byte units one element needs
   std::int32_t as_int() const { return ints.at(0); }
   const std::string &as_string() const { return strings.at(0); }
 };
@@ -71,23 +72,26 @@ struct ExitInfo {
 struct CallResult {
   enum class Kind { answered, server_died, timeout, failed };
   Kind kind = Kind::failed;
-  int status = 0;          // the call's status, when answered
-  std::string error;       // what went wrong otherwise
-  std::vector<Arg> args;   // the arguments after the call (call with a list only)
+  int status = 0;         // the call's status, when answered
+  std::string error;      // what went wrong otherwise
+  std::vector<Arg> args;  // the arguments after the call (call with a list only)
   bool ok() const { return kind == Kind::answered; }
 };
 
 struct Options {
-  std::string server;                  // path of the server program
-  std::vector<std::string> launcher;   // programs put before it, e.g. {"qemu-i386"}
+  std::string server;                 // path of the server program
+  std::vector<std::string> launcher;  // programs put before it, e.g. {"qemu-i386"}
   Layout layout = sizeof(void *) == 8 ? Layout::bits64 : Layout::bits32;
-  std::string suffix = "auto";         // after the id: "auto" (none or ":64"), "", ":32", ...
-  std::vector<std::string> argv;       // if set, the exact arguments instead of ID[suffix]
-  std::size_t segment_size = 1 << 20;  // bytes
+  std::string suffix = "auto";  // after the id: "auto" (none or ":64"), "", ":32", ...
+  // If set, the exact arguments instead of ID[suffix]; "{id}" in them becomes the id.
+  std::optional<std::vector<std::string>> argv;
+  std::size_t segment_size = 1 << 20;        // bytes
   std::chrono::milliseconds timeout{30000};  // per call
-  bool capture_stderr = true;          // false: the server writes to our standard error
-  std::uint64_t base = 0;              // interpreter base address to announce; 0: real one
-  std::uint64_t scratch = 0;           // interpreter address of a scratch area, 0: none
+  bool capture_stderr = true;                // false: the server writes to our standard error
+  std::uint64_t base = 0;                    // interpreter base address to announce; 0: real one
+  std::uint64_t scratch = 0;                 // interpreter address of a scratch area, 0: none
+  // Called with the block after its header is filled, before the server starts.
+  std::function<void(unsigned char *block)> before_spawn;
 };
 
 // Blocks SIGUSR2 in the calling thread (threads created afterwards inherit it).
@@ -127,7 +131,7 @@ class Session {
   ExitInfo stop();
   // Waits until the server ends by itself, up to the timeout.
   ExitInfo wait_exit(std::chrono::milliseconds timeout);
-  ExitInfo exit_info();           // reaps without waiting
+  ExitInfo exit_info();             // reaps without waiting
   std::string stderr_text() const;  // everything the server wrote to standard error
   int pid() const { return pid_; }
   int shm_id() const { return shm_id_; }

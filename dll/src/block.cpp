@@ -11,6 +11,13 @@
 using qz::wire::get32;
 using qz::wire::put32;
 
+int shm_id = 0;
+void *shm_addr = nullptr;
+unsigned char *dll_info = nullptr;
+int dll_compat = 0;
+int dll_debug = 0;
+volatile std::sig_atomic_t dll_in_call = 0;
+
 namespace qz {
 
 std::int64_t segment_size = 0;
@@ -90,7 +97,8 @@ std::size_t descriptor(int i) {
   const wire::Layout &l = layout();
   std::int64_t end =
       static_cast<std::int64_t>(l.args + l.arg_size * static_cast<std::size_t>(i) + l.arg_size);
-  QZ_ASSERT_TEXT(end <= limit(), "descriptor inside the segment");
+  QZ_ASSERT_TEXT(end <= limit(), dll_compat == 64 ? "desc_end <= ((t_DLL_INFO64 *)dll_info)->shmsz"
+                                                  : "desc_end <= dll_info->shmsz");
   return l.args + l.arg_size * static_cast<std::size_t>(i);
 }
 

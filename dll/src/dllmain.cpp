@@ -19,13 +19,6 @@
 using qz::wire::get32;
 using qz::wire::put32;
 
-int shm_id = 0;
-void *shm_addr = nullptr;
-unsigned char *dll_info = nullptr;
-int dll_compat = 0;
-int dll_debug = 0;
-volatile std::sig_atomic_t dll_in_call = 0;
-
 namespace {
 
 // Closes every descriptor below the system's limit except 2. close_range does it in one
