@@ -1,0 +1,280 @@
+// The call host as a process, driven through libqzclient: command line and start-up
+// failures, signal and descriptor state, calls in both layouts, SIGTERM while waiting and
+// during a call, an interpreter that has gone away, and the protocol assertions.
+#include <dirent.h>
+#include <gtest/gtest.h>
+#include <signal.h>
+#include <sys/shm.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <fstream>
+#include <set>
+#include <thread>
+
+#include "e2e_env.hpp"
+
+namespace {
+
+using namespace std::chrono_literals;
+using qz::client::Arg;
+using qz::client::CallResult;
+using qz::client::Layout;
+using qz::client::Options;
+using qz::client::Session;
+
+Options host_options(Layout l = Layout::bits32) {
+  return qz::test::server_options("QZ_SERVER_HOST_TEST", l);
+}
+
+int attach_count(int shm_id) {
+  struct shmid_ds ds;
+  return shmctl(shm_id, IPC_STAT, &ds) == 0 ? static_cast<int>(ds.shm_nattch) : -1;
+}
+
+// A server refused at start-up: its exit status, its standard error, and whether it had
+// attached the segment.
+struct Refusal {
+  qz::client::ExitInfo exit;
+  std::string err;
+  int attached;
+};
+
+Refusal start_refused(Options o) {
+  Session s;
+  EXPECT_TRUE(s.start(o)) << s.error();
+  Refusal r;
+  r.exit = s.wait_exit(20s);
+  r.err = s.stderr_text();
+  r.attached = attach_count(s.shm_id()) - 1;  // the client's own attachment
+  s.stop();
+  return r;
+}
+
+TEST(HostStartup, CommandLineIsRefusedBeforeAnythingIsAttached) {
+  Options o = host_options();
+  std::string prog = o.server;
+  struct Case {
+    std::vector<std::string> argv;
+    std::string text;
+  };
+  for (const Case &c : std::vector<Case>{
+           {{}, prog + ": Illegal call\n"},
+           {{"{id}", "extra"}, prog + ": Illegal call\n"},
+           {{"{id}:16"}, ""},
+       }) {
+    o.argv = c.argv;
+    Refusal r = start_refused(o);
+    EXPECT_TRUE(r.exit.exited && r.exit.code == 2) << r.exit.describe();
+    if (!c.text.empty()) {
+      EXPECT_EQ(r.err, c.text);
+    } else {
+      EXPECT_EQ(r.err.rfind(prog + ": Illegal argument: ", 0), 0u) << r.err;
+      EXPECT_EQ(r.err.back(), '\n');
+      EXPECT_NE(r.err.find(":16\n"), std::string::npos) << r.err;
+    }
+    EXPECT_EQ(r.attached, 0);
+  }
+}
+
+TEST(HostStartup, BadSegmentMagicOrVersion) {
+  Options o = host_options();
+  o.argv = {"999999999"};  // no such segment
+  Refusal r = start_refused(o);
+  EXPECT_TRUE(r.exit.exited && r.exit.code == 2) << r.exit.describe();
+  EXPECT_EQ(r.err, "shmat: Invalid argument\n");
+
+  o.argv.reset();
+  o.before_spawn = [](unsigned char *b) { b[5] = 'X'; };
+  r = start_refused(o);
+  EXPECT_TRUE(r.exit.exited && r.exit.code == 2) << r.exit.describe();
+  EXPECT_EQ(r.err, "Bad DLL_MAGIC\n");
+
+  o.before_spawn = [](unsigned char *b) { b[7] = 1; };  // all 8 bytes count
+  EXPECT_EQ(start_refused(o).err, "Bad DLL_MAGIC\n");
+
+  o.before_spawn = [](unsigned char *b) { b[8] = 0x02; };  // version 0x102
+  r = start_refused(o);
+  EXPECT_TRUE(r.exit.exited && r.exit.code == 2) << r.exit.describe();
+  EXPECT_EQ(r.err, "Unsupported DLL_VERSION 102\n");
+}
+
+TEST(HostStartup, SuffixesSelectingTheLayout) {
+  struct Case {
+    std::string arg;
+    Layout layout;
+  };
+  for (const Case &c : std::vector<Case>{{"{id}", Layout::bits32},
+                                         {"{id}:32", Layout::bits32},
+                                         {"{id}:0", Layout::bits32},
+                                         {"{id}:", Layout::bits32},
+                                         {"{id}:x64", Layout::bits32},
+                                         {"{id}:64", Layout::bits64}}) {
+    Options o = host_options(c.layout);
+    o.argv = std::vector<std::string>{c.arg};
+    Session s;
+    ASSERT_TRUE(s.start(o)) << s.error();
+    CallResult r = s.call("SetInt", {Arg::int_var(0), Arg::integer(77)});
+    ASSERT_TRUE(r.ok()) << c.arg << ": " << r.error;
+    EXPECT_EQ(r.status, 0) << c.arg;
+    EXPECT_EQ(r.args[0].as_int(), 77) << c.arg;
+    EXPECT_TRUE(s.stop().exited);
+  }
+}
+
+// Signal dispositions as /proc shows them: mask of ignored signals.
+std::uint64_t ignored_signals(int pid) {
+  std::ifstream in("/proc/" + std::to_string(pid) + "/status");
+  for (std::string line; std::getline(in, line);)
+    if (line.rfind("SigIgn:", 0) == 0) return std::stoull(line.substr(7), nullptr, 16);
+  return ~0ULL;
+}
+
+std::set<std::string> open_descriptors(int pid) {
+  std::set<std::string> fds;
+  DIR *d = opendir(("/proc/" + std::to_string(pid) + "/fd").c_str());
+  if (!d) return fds;
+  while (dirent *e = readdir(d))
+    if (e->d_name[0] != '.') fds.insert(e->d_name);
+  closedir(d);
+  return fds;
+}
+
+TEST(HostStartup, IgnoredSignalsStayIgnoredAndOnlyStandardErrorStaysOpen) {
+  // The parent ignores SIGHUP (as under nohup) and SIGSEGV.
+  struct sigaction ign {
+  }, old_hup{}, old_segv{};
+  ign.sa_handler = SIG_IGN;
+  sigaction(SIGHUP, &ign, &old_hup);
+  sigaction(SIGSEGV, &ign, &old_segv);
+  Session s;
+  bool started = s.start(host_options());
+  sigaction(SIGHUP, &old_hup, nullptr);
+  sigaction(SIGSEGV, &old_segv, nullptr);
+  ASSERT_TRUE(started) << s.error();
+  ASSERT_TRUE(s.ping()) << s.error();
+
+  if (!qz::test::emulated()) {  // the emulator's own state is what /proc shows there
+    std::uint64_t ign_mask = ignored_signals(s.pid());
+    EXPECT_TRUE(ign_mask & (1ULL << (SIGHUP - 1)));
+    EXPECT_FALSE(ign_mask & (1ULL << (SIGSEGV - 1)));
+    EXPECT_EQ(open_descriptors(s.pid()), std::set<std::string>{"2"});
+  }
+  kill(s.pid(), SIGHUP);
+  std::this_thread::sleep_for(50ms);
+  EXPECT_TRUE(s.ping()) << s.error();
+  EXPECT_TRUE(s.running());
+}
+
+class HostCalls : public ::testing::TestWithParam<Layout> {
+ protected:
+  void SetUp() override { ASSERT_TRUE(s.start(host_options(GetParam()))) << s.error(); }
+  Session s;
+};
+
+TEST_P(HostCalls, StatusesAndReferenceValuesComeBack) {
+  CallResult r = s.call("ReturnStatus", {Arg::integer(4711)});
+  ASSERT_TRUE(r.ok()) << r.error;
+  EXPECT_EQ(r.status, 4711);
+  r = s.call("SetInt", {Arg::int_var(1), Arg::integer(-5)});
+  EXPECT_EQ(r.status, 0);
+  EXPECT_EQ(r.args[0].as_int(), -5);
+  EXPECT_EQ(s.call("NoSuchFunction", {}).status, 7);
+  EXPECT_EQ(s.call("Nothing", {}).status, 0);
+  // A call with no descriptors at all is answered, not ignored.
+  s.put32(s.layout().argc, 0);
+  EXPECT_EQ(s.raw_call().status, 9);
+}
+
+TEST_P(HostCalls, TermWhileWaitingExitsZero) {
+  ASSERT_TRUE(s.ping());
+  qz::client::ExitInfo e = s.stop();
+  EXPECT_TRUE(e.exited && e.code == 0) << e.describe();
+  EXPECT_EQ(s.stderr_text(), "");
+}
+
+TEST_P(HostCalls, TermDuringACallExitsZeroWithoutAnswering) {
+  ASSERT_TRUE(s.ping());
+  Arg ms = Arg::integer(10000);
+  ASSERT_TRUE(s.write_call("Sleep", std::span<const Arg>(&ms, 1)));
+  s.put32(s.layout().status, 12345);
+  ASSERT_EQ(kill(s.pid(), SIGUSR2), 0);
+  std::this_thread::sleep_for(200ms);
+  kill(s.pid(), SIGTERM);
+  qz::client::ExitInfo e = s.wait_exit(5s);
+  EXPECT_TRUE(e.exited && e.code == 0) << e.describe();
+  EXPECT_EQ(s.get32(s.layout().status), 12345);  // no status was stored
+  sigset_t pending;
+  sigpending(&pending);
+  EXPECT_FALSE(sigismember(&pending, SIGUSR2));  // and no answer was sent
+}
+
+TEST_P(HostCalls, InterpreterGoneEndsTheServerAfterTheCall) {
+  ASSERT_TRUE(s.ping());
+  pid_t gone = fork();
+  if (gone == 0) _exit(0);
+  waitpid(gone, nullptr, 0);
+  s.put32(s.layout().pid, gone);
+  Arg args[] = {Arg::int_var(0), Arg::integer(3)};
+  ASSERT_TRUE(s.write_call("SetInt", args));
+  s.put32(s.layout().status, -77);
+  ASSERT_EQ(kill(s.pid(), SIGUSR2), 0);
+  qz::client::ExitInfo e = s.wait_exit(10s);
+  EXPECT_TRUE(e.exited && e.code == 0) << e.describe();
+  EXPECT_EQ(s.get32(s.layout().status), 0);  // the status was stored before the signal
+}
+
+TEST_P(HostCalls, DataOutsideTheSegmentFailsTheAssertion) {
+  Arg args[] = {Arg::int_var(0), Arg::integer(3)};
+  ASSERT_TRUE(s.write_call("SetInt", args));
+  const auto &l = s.layout();
+  std::size_t d1 = l.args + l.arg_size;
+  s.put_address(d1 + l.a_ptr, s.address_of(s.block_size() + 64));
+  CallResult r = s.raw_call();
+  EXPECT_EQ(r.kind, CallResult::Kind::server_died) << r.error;
+  EXPECT_EQ(s.exit_info().signal, SIGABRT);
+  std::string cond = GetParam() == Layout::bits64
+                         ? "`ofs >= 0 && ofs < ((t_DLL_INFO64 *)dll_info)->shmsz' failed"
+                         : "`ofs >= 0 && ofs < dll_info->shmsz' failed";
+  EXPECT_NE(s.stderr_text().find(cond), std::string::npos) << s.stderr_text();
+}
+
+TEST_P(HostCalls, ArrayRunningPastTheEndFailsTheAssertion) {
+  Arg args[] = {Arg::int_var(0), Arg::integer(3)};
+  ASSERT_TRUE(s.write_call("SetInt", args));
+  const auto &l = s.layout();
+  std::size_t d1 = l.args + l.arg_size;
+  s.put_address(d1 + l.a_ptr, s.address_of(s.block_size() - 8));
+  s.put32(d1 + l.a_elcnt, 3);  // 3 integers from 8 bytes before the end
+  CallResult r = s.raw_call();
+  EXPECT_EQ(r.kind, CallResult::Kind::server_died) << r.error;
+  EXPECT_NE(s.stderr_text().find("Assertion `end >= 0 && end <= "), std::string::npos)
+      << s.stderr_text();
+}
+
+INSTANTIATE_TEST_SUITE_P(Layouts, HostCalls, ::testing::Values(Layout::bits32, Layout::bits64),
+                         [](const auto &info) { return qz::test::layout_name(info.param); });
+
+// The i386 server, under the emulator, from this (x86-64) client in both layouts.
+TEST(HostCrossArch, I386ServerFromThisClient) {
+  std::string server = qz::test::env("QZ_SERVER_HOST_TEST_I386");
+  if (qz::test::emulated() || server.empty())
+    GTEST_SKIP()
+        << "only in the x86-64 build, with the i386 build's server (QZ_SERVER_HOST_TEST_I386)";
+  ASSERT_EQ(access(server.c_str(), X_OK), 0) << server;
+  for (Layout l : {Layout::bits32, Layout::bits64}) {
+    Options o = host_options(l);
+    o.server = server;
+    o.launcher = {"qemu-i386"};
+    Session s;
+    ASSERT_TRUE(s.start(o)) << s.error();
+    CallResult r = s.call("SetInt", {Arg::int_var(0), Arg::integer(2024)});
+    ASSERT_TRUE(r.ok()) << r.error;
+    EXPECT_EQ(r.args[0].as_int(), 2024) << qz::test::layout_name(l);
+    EXPECT_EQ(s.call("ReturnStatus", {Arg::integer(-3)}).status, -3);
+    qz::client::ExitInfo e = s.stop();
+    EXPECT_TRUE(e.exited && e.code == 0) << e.describe();
+  }
+}
+
+}  // namespace
