@@ -48,12 +48,12 @@ QZMATH_STATIC_ASSERT(offsetof(t_DECIMAL, dec_pos) == 2, "dec_pos at 2");
 QZMATH_STATIC_ASSERT(offsetof(t_DECIMAL, dec_ndgts) == 3, "dec_ndgts at 3");
 QZMATH_STATIC_ASSERT(offsetof(t_DECIMAL, dec_dgts) == 4, "dec_dgts at 4");
 
-#define DEC_POS_NEGATIVE 0   /* dec_pos of a negative value */
-#define DEC_POS_POSITIVE 1   /* dec_pos of a positive value or zero */
-#define DEC_POS_NULL 255     /* dec_pos of the null record */
-#define DEC_MAX_DIGITS 8     /* base-100 digits a record holds */
-#define DEC_MAX_EXP 63       /* largest dec_exp */
-#define DEC_MIN_EXP (-64)    /* smallest dec_exp */
+#define DEC_POS_NEGATIVE 0    /* dec_pos of a negative value */
+#define DEC_POS_POSITIVE 1    /* dec_pos of a positive value or zero */
+#define DEC_POS_NULL 255      /* dec_pos of the null record */
+#define DEC_MAX_DIGITS 8      /* base-100 digits a record holds */
+#define DEC_MAX_EXP 63        /* largest dec_exp */
+#define DEC_MIN_EXP (-64)     /* smallest dec_exp */
 #define DEC_DIGIT_BUFSIZE 152 /* the digit buffer: 151 characters and the NUL */
 
 /* ---- Constants ---------------------------------------------------------------------- */
@@ -74,11 +74,11 @@ QZMATH_API extern const t_DECIMAL c_min_int32; /* -2147483648, the int32 minimum
 #define DEC_E_NEGPLACES (-1)    /* negative digit count to rounding or truncation */
 
 /* ---- Condition codes (returns of the m_* functions) ---------------------------------- */
-#define M_CC_OK 0          /* exact or correctly rounded */
-#define M_CC_INT_RANGE 20  /* int32 conversion saturated */
-#define M_CC_RANGE 23      /* out of range: +-c_dec_huge or zero; NaN or infinite double */
-#define M_CC_DIVZERO 31    /* division by zero: +-c_dec_huge */
-#define M_CC_BADTEXT 32    /* text not convertible: zero */
+#define M_CC_OK 0           /* exact or correctly rounded */
+#define M_CC_INT_RANGE 20   /* int32 conversion saturated */
+#define M_CC_RANGE 23       /* out of range: +-c_dec_huge or zero; NaN or infinite double */
+#define M_CC_DIVZERO 31     /* division by zero: +-c_dec_huge */
+#define M_CC_BADTEXT 32     /* text not convertible: zero */
 #define M_CC_NULLPACKED 204 /* packed form held null: zero */
 /* Condition codes of fatal_math_error (besides the library code it could not handle): */
 #define M_CC_NULL (-2) /* null operand */

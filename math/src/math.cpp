@@ -34,7 +34,9 @@ int check_record(const t_DECIMAL *v) {
   return 0;
 }
 
-void set(t_DECIMAL *to, const t_DECIMAL &from) { std::memcpy(to, &from, sizeof *to); }
+void set(t_DECIMAL *to, const t_DECIMAL &from) {
+  std::memcpy(to, &from, sizeof *to);
+}
 
 void set_huge(t_DECIMAL *to, bool negative) {
   set(to, c_dec_huge);
@@ -44,13 +46,13 @@ void set_huge(t_DECIMAL *to, bool negative) {
 }  // namespace
 
 #define M_FATAL(cc) fatal_math_error((cc), kFile, __LINE__)
-#define M_CHECK(v)                          \
-  do {                                      \
-    int cc_ = check_record(v);              \
-    if (cc_ != 0) M_FATAL(cc_);             \
+#define M_CHECK(v)              \
+  do {                          \
+    int cc_ = check_record(v);  \
+    if (cc_ != 0) M_FATAL(cc_); \
   } while (0)
-#define M_NOT_NULL(v) \
-  do {                \
+#define M_NOT_NULL(v)                           \
+  do {                                          \
     if (qz::dec_is_null(v)) M_FATAL(M_CC_NULL); \
   } while (0)
 
@@ -104,30 +106,36 @@ char *m_gcvt(const t_DECIMAL *v, int ndigit, char *buf) {
     return buf;
   }
   int nd = static_cast<int>(std::strlen(dg));
-  while (nd > 1 && dg[nd - 1] == '0') --nd;
+  while (nd > 1 && dg[nd - 1] == '0')
+    --nd;
   dg[nd] = '\0';
   int x = decpt >= 0 ? decpt : nd - decpt;
   char *o = buf;
   if (sign) *o++ = '-';
   if (x <= ndigit) {
     if (decpt > 0) {
-      for (int i = 0; i < decpt; ++i) *o++ = i < nd ? dg[i] : '0';
+      for (int i = 0; i < decpt; ++i)
+        *o++ = i < nd ? dg[i] : '0';
       if (decpt < nd) {
         *o++ = '.';
-        for (int i = decpt; i < nd; ++i) *o++ = dg[i];
+        for (int i = decpt; i < nd; ++i)
+          *o++ = dg[i];
       }
     } else {
       *o++ = '0';
       *o++ = '.';
-      for (int i = 0; i < -decpt; ++i) *o++ = '0';
-      for (int i = 0; i < nd; ++i) *o++ = dg[i];
+      for (int i = 0; i < -decpt; ++i)
+        *o++ = '0';
+      for (int i = 0; i < nd; ++i)
+        *o++ = dg[i];
     }
     *o = '\0';
   } else {
     *o++ = dg[0];
     if (nd > 1) {
       *o++ = '.';
-      for (int i = 1; i < nd; ++i) *o++ = dg[i];
+      for (int i = 1; i < nd; ++i)
+        *o++ = dg[i];
     }
     std::sprintf(o, "E%+03d", decpt - 1);
   }
@@ -347,7 +355,8 @@ char *m_to_asc(const t_DECIMAL *v, char *buffer, int length, int decimals) {
   M_CHECK(v);
   dectoasc(v, buffer, length, decimals);
   int end = length;
-  while (end > 0 && buffer[end - 1] == ' ') --end;
+  while (end > 0 && buffer[end - 1] == ' ')
+    --end;
   buffer[end < 0 ? 0 : end] = '\0';
   return buffer;
 }

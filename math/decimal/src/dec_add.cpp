@@ -8,7 +8,9 @@
 namespace {
 
 // Digit i of v, 0 beyond its digit count.
-inline int digit_at(const t_DECIMAL *v, int i) { return i < v->dec_ndgts ? v->dec_dgts[i] : 0; }
+inline int digit_at(const t_DECIMAL *v, int i) {
+  return i < v->dec_ndgts ? v->dec_dgts[i] : 0;
+}
 
 // True when |b| > |a|; both have digits and are in normal form.
 bool magnitude_less(const t_DECIMAL *a, const t_DECIMAL *b) {

@@ -14,10 +14,14 @@ namespace {
 char ds[DEC_DIGIT_BUFSIZE];  // the digit buffer shared by every digit generation call
 constexpr int kMaxFigures = DEC_DIGIT_BUFSIZE - 1;
 
-void set_zero(t_DECIMAL *v) { std::memcpy(v, &c_dec_zero, sizeof *v); }
+void set_zero(t_DECIMAL *v) {
+  std::memcpy(v, &c_dec_zero, sizeof *v);
+}
 
 // The decimal point position and the hidden leading zero of a record.
-inline int lead_zero(const t_DECIMAL *v) { return v->dec_ndgts > 0 && v->dec_dgts[0] < 10; }
+inline int lead_zero(const t_DECIMAL *v) {
+  return v->dec_ndgts > 0 && v->dec_dgts[0] < 10;
+}
 
 // Writes `count` figures of v into ds, from decimal place z on (0 beyond its digits).
 void emit(const t_DECIMAL *v, int z, long long count) {
@@ -86,7 +90,8 @@ char *qz::dec_digits(const t_DECIMAL *v, int ndigit, int *decpt, int *sign, int 
     ++*decpt;
     long long count = ndigit + (fflag ? static_cast<long long>(*decpt) : 0);
     if (count > kMaxFigures) count = kMaxFigures;
-    for (long long i = 0; i < count; ++i) ds[i] = i == 0 ? '1' : '0';
+    for (long long i = 0; i < count; ++i)
+      ds[i] = i == 0 ? '1' : '0';
     ds[count > 0 ? count : 0] = '\0';
   }
   return r;
@@ -142,9 +147,13 @@ int deccvreal(double d, int ndigit, t_DECIMAL *result) {
   return qz::dec_clamp_exp(e, &result->dec_exp);
 }
 
-int deccvdbl(double d, t_DECIMAL *result) { return deccvreal(d, 15, result); }
+int deccvdbl(double d, t_DECIMAL *result) {
+  return deccvreal(d, 15, result);
+}
 
-int deccvflt(float f, t_DECIMAL *result) { return deccvreal(static_cast<double>(f), 6, result); }
+int deccvflt(float f, t_DECIMAL *result) {
+  return deccvreal(static_cast<double>(f), 6, result);
+}
 
 int dectofix(const t_DECIMAL *v, int32_t *out) {
   int e = v->dec_exp;
@@ -228,13 +237,17 @@ int dectoreal(const t_DECIMAL *v, double *out, int limit) {
     x /= 100;
   }
   if (qz::dec_is_neg(v)) x = -x;
-  for (int i = 0; i < v->dec_exp; ++i) x *= 100;
-  for (int i = 0; i > v->dec_exp; --i) x /= 100;
+  for (int i = 0; i < v->dec_exp; ++i)
+    x *= 100;
+  for (int i = 0; i > v->dec_exp; --i)
+    x /= 100;
   *out = static_cast<double>(x);
   return 0;
 }
 
-int dectodbl(const t_DECIMAL *v, double *out) { return dectoreal(v, out, 15); }
+int dectodbl(const t_DECIMAL *v, double *out) {
+  return dectoreal(v, out, 15);
+}
 
 int dectoflt(const t_DECIMAL *v, float *out) {
   double t;

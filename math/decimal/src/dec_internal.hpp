@@ -8,9 +8,15 @@
 
 namespace qz {
 
-inline bool dec_is_null(const t_DECIMAL *v) { return v->dec_pos == DEC_POS_NULL; }
-inline bool dec_is_zero(const t_DECIMAL *v) { return v->dec_ndgts == 0; }
-inline bool dec_is_neg(const t_DECIMAL *v) { return v->dec_pos == DEC_POS_NEGATIVE; }
+inline bool dec_is_null(const t_DECIMAL *v) {
+  return v->dec_pos == DEC_POS_NULL;
+}
+inline bool dec_is_zero(const t_DECIMAL *v) {
+  return v->dec_ndgts == 0;
+}
+inline bool dec_is_neg(const t_DECIMAL *v) {
+  return v->dec_pos == DEC_POS_NEGATIVE;
+}
 
 inline void dec_set_null(t_DECIMAL *v) {
   v->dec_pos = DEC_POS_NULL;

@@ -8,11 +8,17 @@
 
 namespace {
 
-void set_zero(t_DECIMAL *v) { std::memcpy(v, &c_dec_zero, sizeof *v); }
+void set_zero(t_DECIMAL *v) {
+  std::memcpy(v, &c_dec_zero, sizeof *v);
+}
 
 // Floor division and modulo by 100 (the borrows of the division are negative).
-inline int floor_div100(int c) { return c >= 0 ? c / 100 : -((99 - c) / 100); }
-inline int floor_mod100(int c) { return c - 100 * floor_div100(c); }
+inline int floor_div100(int c) {
+  return c >= 0 ? c / 100 : -((99 - c) / 100);
+}
+inline int floor_mod100(int c) {
+  return c - 100 * floor_div100(c);
+}
 
 }  // namespace
 
@@ -63,12 +69,14 @@ int decdiv(const t_DECIMAL *a, const t_DECIMAL *b, t_DECIMAL *result) {
   int bn = b->dec_ndgts;
   int bexp = b->dec_exp;
   int lead = 0;
-  while (lead < bn && b->dec_dgts[lead] == 0) ++lead;
+  while (lead < bn && b->dec_dgts[lead] == 0)
+    ++lead;
   if (lead == bn) {
     set_zero(result);
     return DEC_E_DIVZERO;
   }
-  for (int i = lead; i < bn; ++i) bd[i - lead] = b->dec_dgts[i];
+  for (int i = lead; i < bn; ++i)
+    bd[i - lead] = b->dec_dgts[i];
   bn -= lead;
   bexp -= lead;
 
@@ -78,7 +86,8 @@ int decdiv(const t_DECIMAL *a, const t_DECIMAL *b, t_DECIMAL *result) {
   w.dec_pos = a->dec_pos == b->dec_pos ? DEC_POS_POSITIVE : DEC_POS_NEGATIVE;
   w.dec_ndgts = 9;
   int r[9] = {0};  // running remainder, places 0 to 8
-  for (int i = 0; i < a->dec_ndgts && i < 9; ++i) r[i] = a->dec_dgts[i];
+  for (int i = 0; i < a->dec_ndgts && i < 9; ++i)
+    r[i] = a->dec_dgts[i];
   int dv = 100 * bd[0] + (bn > 1 ? bd[1] : 0);  // trial divisor
 
   int q = 0;

@@ -7,10 +7,12 @@
 
 void comp100(unsigned char *digits, int n) {
   int i = n - 1;
-  while (i >= 0 && digits[i] == 0) --i;  // trailing zeros stay 0
+  while (i >= 0 && digits[i] == 0)
+    --i;  // trailing zeros stay 0
   if (i < 0) return;
   digits[i] = static_cast<unsigned char>(100 - digits[i]);
-  for (--i; i >= 0; --i) digits[i] = static_cast<unsigned char>(99 - digits[i]);
+  for (--i; i >= 0; --i)
+    digits[i] = static_cast<unsigned char>(99 - digits[i]);
 }
 
 int lddecimal(const unsigned char *bytes, int length, t_DECIMAL *result) {
@@ -29,7 +31,8 @@ int lddecimal(const unsigned char *bytes, int length, t_DECIMAL *result) {
     comp100(result->dec_dgts, nd);
     result->dec_exp = static_cast<int16_t>(63 - bytes[0]);
   }
-  while (nd > 0 && result->dec_dgts[nd - 1] == 0) --nd;
+  while (nd > 0 && result->dec_dgts[nd - 1] == 0)
+    --nd;
   result->dec_ndgts = static_cast<int8_t>(nd);
   return 0;
 }

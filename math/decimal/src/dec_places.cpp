@@ -5,7 +5,9 @@
 #include "dec_internal.hpp"
 
 namespace {
-void set_zero(t_DECIMAL *v) { std::memcpy(v, &c_dec_zero, sizeof *v); }
+void set_zero(t_DECIMAL *v) {
+  std::memcpy(v, &c_dec_zero, sizeof *v);
+}
 }  // namespace
 
 int decround(t_DECIMAL *v, int places) {
@@ -48,7 +50,8 @@ int decround(t_DECIMAL *v, int places) {
   }
   if (carry) {  // past the first digit
     int grown = n < 8 ? n + 1 : 8;
-    for (int i = grown - 1; i > 0; --i) d[i] = d[i - 1];
+    for (int i = grown - 1; i > 0; --i)
+      d[i] = d[i - 1];
     d[0] = 1;
     n = grown;
     v->dec_ndgts = static_cast<int8_t>(n);
@@ -82,7 +85,8 @@ int dectrunc(t_DECIMAL *v, int places) {
   uint8_t *d = v->dec_dgts;
   d[k] = places % 2 != 0 ? static_cast<uint8_t>(d[k] / 10 * 10) : 0;
   int n = k + 1;
-  while (n > 0 && d[n - 1] == 0) --n;
+  while (n > 0 && d[n - 1] == 0)
+    --n;
   if (n == 0) {
     set_zero(v);
     return 0;

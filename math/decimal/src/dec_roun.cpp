@@ -8,7 +8,7 @@
 
 int dec_round(t_DECIMAL_WORK *s, int carry) {
   // An internal invariant: no operation builds such a record from valid operands.
-  assert(s->dec_ndgts >= 0 && s->dec_ndgts <= (8+1));
+  assert(s->dec_ndgts >= 0 && s->dec_ndgts <= (8 + 1));
   uint8_t *d = s->dec_dgts;
   int n = s->dec_ndgts;
   int e = s->dec_exp;  // in int: a carry may take it one past the int16 field's range
@@ -16,13 +16,15 @@ int dec_round(t_DECIMAL_WORK *s, int carry) {
   if (carry > 0) {
     // A carry out of the first digit becomes the new first digit; with nine digits
     // the ninth falls off the end.
-    for (int i = (n == 9 ? 8 : n); i > 0; --i) d[i] = d[i - 1];
+    for (int i = (n == 9 ? 8 : n); i > 0; --i)
+      d[i] = d[i - 1];
     d[0] = static_cast<uint8_t>(carry);
     ++e;
     if (n < 9) ++n;
   } else {
     int k = 0;
-    while (k < n && d[k] == 0) ++k;
+    while (k < n && d[k] == 0)
+      ++k;
     if (k == n) {
       s->dec_exp = 0;
       s->dec_pos = DEC_POS_POSITIVE;
@@ -56,7 +58,8 @@ int dec_round(t_DECIMAL_WORK *s, int carry) {
     d[8] = 0;
     n = 8;
   }
-  while (n > 0 && d[n - 1] == 0) --n;
+  while (n > 0 && d[n - 1] == 0)
+    --n;
   s->dec_ndgts = static_cast<int8_t>(n);
   return qz::dec_clamp_exp(e, &s->dec_exp);
 }

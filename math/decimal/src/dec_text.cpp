@@ -5,25 +5,29 @@
 #include "dec_internal.hpp"
 
 namespace {
-constexpr int kFigures = 18;   // significant figures a parse keeps
-constexpr int kExpLimit = 999; // largest exponent figure value in a text
-inline bool is_digit(char c) { return c >= '0' && c <= '9'; }
+constexpr int kFigures = 18;    // significant figures a parse keeps
+constexpr int kExpLimit = 999;  // largest exponent figure value in a text
+inline bool is_digit(char c) {
+  return c >= '0' && c <= '9';
+}
 }  // namespace
 
 int deccvasc(const char *text, int length, t_DECIMAL *result) {
   qz::dec_set_null(result);
   int n = 0;  // the text ends at its length or at a NUL
-  while (n < length && text[n] != '\0') ++n;
+  while (n < length && text[n] != '\0')
+    ++n;
   int i = 0;
-  while (i < n && text[i] == ' ') ++i;
+  while (i < n && text[i] == ' ')
+    ++i;
   if (i == n) return 0;
   bool neg = false;
   if (text[i] == '-' || text[i] == '+') neg = text[i++] == '-';
 
   unsigned char fig[kFigures];
   int nfig = 0;
-  long long before = 0;     // significant figures before the point, stored or not
-  long long zeros = 0;      // zeros between the point and the first significant figure
+  long long before = 0;  // significant figures before the point, stored or not
+  long long zeros = 0;   // zeros between the point and the first significant figure
   bool point = false, significant = false, any = false;
   for (; i < n; ++i) {
     char c = text[i];
@@ -97,7 +101,8 @@ void exponent_form(const t_DECIMAL *v, char *buf, int len, int decpt, int sign) 
       aev /= 10;
     } while (aev != 0);
     int p = len;
-    for (int k = 0; k < nf && p > 0; ++k) buf[--p] = figs[k];
+    for (int k = 0; k < nf && p > 0; ++k)
+      buf[--p] = figs[k];
     if (decpt <= 0 && p > 0) buf[--p] = '-';
     if (p > 0) buf[--p] = 'e';
     int r = p;  // room before the exponent text
@@ -126,7 +131,8 @@ void exponent_form(const t_DECIMAL *v, char *buf, int len, int decpt, int sign) 
     buf[q++] = md[mi++];
     if (q < r) {
       buf[q++] = '.';
-      while (q < r && md[mi]) buf[q++] = md[mi++];
+      while (q < r && md[mi])
+        buf[q++] = md[mi++];
     }
     // Trailing zeros of the mantissa and then a bare point go; each removal moves the
     // exponent text one place left.
@@ -136,7 +142,8 @@ void exponent_form(const t_DECIMAL *v, char *buf, int len, int decpt, int sign) 
     };
     bool has_point = q > first + 1;
     if (has_point) {
-      while (q > first + 2 && buf[q - 1] == '0') remove_at(--q);
+      while (q > first + 2 && buf[q - 1] == '0')
+        remove_at(--q);
       if (buf[q - 1] == '.') remove_at(--q);
     }
     return;
@@ -182,8 +189,10 @@ int dectoasc(const t_DECIMAL *v, char *buffer, int length, int decimals) {
     --e;
   }
   if (e < 0 || di < nd) put('.');
-  for (; e < 0; ++e) put('0');
-  while (di < nd) put(dg[di++]);
+  for (; e < 0; ++e)
+    put('0');
+  while (di < nd)
+    put(dg[di++]);
 
   if (decpt > length - sign) exponent_form(v, buffer, length, decpt, sign);
   return 0;
