@@ -208,10 +208,11 @@ QZMATH_API int m_cv_int(int32_t i, t_DECIMAL *result);
 /* Writes "fatal math error cc #<cc>" and "file = <file>, line = <line>" to stderr and
  * aborts. */
 #if defined(__GNUC__)
-__attribute__((noreturn))
+#define QZMATH_NORETURN __attribute__((noreturn))
+#else
+#define QZMATH_NORETURN
 #endif
-QZMATH_API void
-fatal_math_error(int cc, const char *file, int line);
+QZMATH_API QZMATH_NORETURN void fatal_math_error(int cc, const char *file, int line);
 
 #ifdef __cplusplus
 }

@@ -8,7 +8,10 @@
 
 int dec_round(t_DECIMAL_WORK *s, int carry) {
   // An internal invariant: no operation builds such a record from valid operands.
-  assert(s->dec_ndgts >= 0 && s->dec_ndgts <= (8 + 1));
+  // The expression is the assertion's message: keep its spelling.
+  // clang-format off
+  assert(s->dec_ndgts >= 0 && s->dec_ndgts <= (8+1));
+  // clang-format on
   uint8_t *d = s->dec_dgts;
   int n = s->dec_ndgts;
   int e = s->dec_exp;  // in int: a carry may take it one past the int16 field's range
