@@ -30,6 +30,8 @@ inline constexpr int kString = 3;
 // An interpreter real: the 12-byte decimal record, as bytes.
 struct Decimal {
   unsigned char bytes[12];
+  static Decimal from_double(double d);  // 15 significant digits, as the server converts
+  double to_double() const;              // rounded to 14 significant digits first
 };
 
 // One argument of a call: a scalar or an array of one interpreter type, by value or as a
@@ -51,6 +53,10 @@ struct Arg {
   static Arg real(const Decimal &d);
   static Arg real_var(const Decimal &d);
   static Arg real_array(std::vector<Decimal> v, bool byref = true);
+  // Reals from doubles, through the decimal library's conversion (15 significant digits).
+  static Arg real(double d);
+  static Arg real_var(double d);
+  static Arg real_array(const std::vector<double> &v, bool byref = true);
   static Arg string(std::string_view s);  // capacity = its length
   static Arg string_var(std::string_view s, int capacity);
   static Arg string_array(std::vector<std::string> v, int capacity, bool byref = true);
@@ -58,6 +64,7 @@ struct Arg {
   int elcnt() const;         // number of elements
   int natural_elsz() const;  // 4-byte units one element needs
   std::int32_t as_int() const { return ints.at(0); }
+  double as_double(std::size_t k = 0) const;  // element k of a real, as a double
   const std::string &as_string() const { return strings.at(0); }
 };
 

@@ -16,6 +16,7 @@
 #include <cstring>
 
 #include "qzclient.hpp"
+#include "qzmath.h"
 #include "qzwire.hpp"
 
 extern char **environ;
@@ -99,6 +100,39 @@ Arg Arg::real_array(std::vector<Decimal> v, bool byref) {
   a.reals = std::move(v);
   return a;
 }
+Decimal Decimal::from_double(double d) {
+  static_assert(sizeof(t_DECIMAL) == sizeof(Decimal::bytes));
+  t_DECIMAL t;
+  m_cv_dbl(d, &t);
+  Decimal r;
+  std::memcpy(r.bytes, &t, sizeof r.bytes);
+  return r;
+}
+
+double Decimal::to_double() const {
+  t_DECIMAL t;
+  std::memcpy(&t, bytes, sizeof t);
+  double d = 0;
+  m_to_dbl(&t, &d);
+  return d;
+}
+
+Arg Arg::real(double d) {
+  return real(Decimal::from_double(d));
+}
+Arg Arg::real_var(double d) {
+  return real_var(Decimal::from_double(d));
+}
+Arg Arg::real_array(const std::vector<double> &v, bool byref) {
+  std::vector<Decimal> r;
+  for (double d : v)
+    r.push_back(Decimal::from_double(d));
+  return real_array(std::move(r), byref);
+}
+double Arg::as_double(std::size_t k) const {
+  return reals.at(k).to_double();
+}
+
 Arg Arg::string(std::string_view s) {
   Arg a;
   a.type = kString;

@@ -83,6 +83,8 @@ void check_extent(const t_DLL_ARG &a, std::int32_t ofs) {
   std::int64_t first = ofs, last = ofs + step * (n - 1);
   std::int64_t lo = first < last ? first : last;
   std::int64_t end = (first < last ? last : first) + element_size(a.type, a.maxlen);
+  // Integers are handed over in place, and a function indexes them as a plain array.
+  if (a.type == DLL_INTEGER && end < ofs + 4 * n) end = ofs + 4 * n;
   QZ_ASSERT_TEXT(lo >= 0 && end >= 0 && end <= limit(), extent_text());
   if (a.type != DLL_STRING) return;
   for (std::int64_t k = 0; k < a.elcnt; ++k) {

@@ -4,6 +4,7 @@
 #pragma once
 
 #include <csignal>
+#include <cstddef>
 
 // ---- provided by the function set -------------------------------------------------
 
@@ -63,6 +64,11 @@ extern int dll_debug;  // dispatcher trace level; set by the function set (DllDe
 // SIGTERM that arrives then interrupts arbitrary code, possibly inside malloc or a
 // driver holding a lock: dll_cleanup must then release only what is safe to release.
 extern volatile std::sig_atomic_t dll_in_call;
+
+// Every allocation on the call path goes through dll_alloc (a malloc that a test can
+// make fail): dll_alloc_fail_at(n) makes the n-th allocation from now return null once.
+void *dll_alloc(std::size_t size);
+void dll_alloc_fail_at(int n);
 
 // Address, in the server's mapping, of the interpreter's scratch area when it exists
 // and holds at least `size` bytes up to the end of the segment; null otherwise.
