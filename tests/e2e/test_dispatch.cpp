@@ -309,6 +309,8 @@ TEST_P(Dispatch, CallbacksGetTheirOwnAnswers) {
 
 TEST_P(Dispatch, AnAnswerSentBeforeTheWaitIsNotLost) {
   const auto &l = s.layout();
+  // The server must be past start-up: two signals sent before its handler exists merge.
+  ASSERT_TRUE(s.ping()) << s.error();
   Arg args[] = {Arg::integer(300), Arg::integer(99)};
   ASSERT_TRUE(s.write_call("CallbackAfter", args));
   ASSERT_EQ(kill(s.pid(), SIGUSR2), 0);  // the call; the server now sleeps 300 ms
