@@ -31,11 +31,44 @@ function(qz_unit_test name)
   endif()
 endfunction()
 
-# Environment every whole-process test gets: the servers of this build, and in the
-# i386 build the emulator that starts them.
+# The ODBC test environment (tests/env): where the private odbcinst.ini and the record of
+# the PostgreSQL cluster live, the installed drivers of this build's architecture, and
+# whether this build has PostgreSQL (x86-64 only: there is no i386 psqlODBC).
+set(QZ_ODBC_ENV_DIR ${CMAKE_BINARY_DIR}/odbc-env)
+set(QZ_SQLITE_ODBC_DRIVER /usr/lib/${CMAKE_LIBRARY_ARCHITECTURE}/odbc/libsqlite3odbc.so)
+set(QZ_PSQL_ODBC_DRIVER /usr/lib/${CMAKE_LIBRARY_ARCHITECTURE}/odbc/psqlodbca.so)
+set(QZ_PG OFF)
+set(QZ_PG_FIXTURE "")
+if(NOT QZ_I386 AND EXISTS ${QZ_PSQL_ODBC_DRIVER} AND EXISTS /usr/lib/postgresql/15/bin/initdb)
+  set(QZ_PG ON)
+  set(QZ_PG_FIXTURE qz_pg)  # FIXTURES of every test that reaches PostgreSQL
+endif()
+# An ASan program refuses to start unless the runtime is the first library it loads, so
+# in the sanitizer build the interposer is preloaded after it.
+set(QZ_PRELOAD_FIRST "")
+if(QZ_SANITIZE)
+  execute_process(COMMAND ${CMAKE_CXX_COMPILER} -print-file-name=libasan.so
+                  OUTPUT_VARIABLE QZ_PRELOAD_FIRST OUTPUT_STRIP_TRAILING_WHITESPACE)
+  string(APPEND QZ_PRELOAD_FIRST ":")
+endif()
+
+# Environment every whole-process test gets: the servers of this build, in the i386 build
+# the emulator that starts them, and the ODBC test environment: ODBCSYSINI and ODBCINI
+# (the private registrations), QZ_ODBC_INTERPOSER (the LD_PRELOAD value that puts the
+# libodbc interposer in front; _I386 for the i386 servers), QZ_PG_ENV (the cluster's
+# record, set only where PostgreSQL is available) and QZ_PG_CLUSTER (its script).
 set(QZ_I386_BUILD_DIR "" CACHE PATH "i386 build directory whose servers the x86-64 tests also run")
 function(qz_e2e_env out)
   set(env "QZ_SERVER_HOST_TEST=$<TARGET_FILE:qzhost-test>")
+  list(APPEND env "ODBCSYSINI=${QZ_ODBC_ENV_DIR}" "ODBCINI=${QZ_ODBC_ENV_DIR}/odbc.ini")
+  list(APPEND env "QZ_ODBC_INTERPOSER=${QZ_PRELOAD_FIRST}$<TARGET_FILE:qzodbcinterpose>")
+  list(APPEND env "QZ_PG_CLUSTER=${PROJECT_SOURCE_DIR}/tests/env/pg-cluster.sh")
+  if(QZ_PG)
+    list(APPEND env "QZ_PG_ENV=${QZ_ODBC_ENV_DIR}/pg-cluster.env")
+  endif()
+  if(QZ_SANITIZE)
+    list(APPEND env "LSAN_OPTIONS=suppressions=${PROJECT_SOURCE_DIR}/tests/env/lsan.supp")
+  endif()
   if(TARGET qzodbc)
     list(APPEND env "QZ_SERVER_ODBC=$<TARGET_FILE:qzodbc>")
   endif()
@@ -44,6 +77,8 @@ function(qz_e2e_env out)
   elseif(QZ_I386_BUILD_DIR)
     list(APPEND env "QZ_SERVER_HOST_TEST_I386=${QZ_I386_BUILD_DIR}/tests/host/qzhost-test")
     list(APPEND env "QZ_SERVER_ODBC_I386=${QZ_I386_BUILD_DIR}/dll/qzodbc")
+    list(APPEND env
+         "QZ_ODBC_INTERPOSER_I386=${QZ_I386_BUILD_DIR}/tests/env/faultdriver/libqzodbcinterpose.so")
   endif()
   set(${out} "${env}" PARENT_SCOPE)
 endfunction()
