@@ -212,7 +212,7 @@ bool to_dbl_direct(const t_DECIMAL *v, double *out) {
 
 int m_to_dbl(const t_DECIMAL *v, double *out) {
   M_CHECK(v);
-  if (to_dbl_direct(v, out)) return 0;
+  if (qz::fpu_default() && to_dbl_direct(v, out)) return 0;
   char buf[32];
   m_gcvt(v, 14, buf);
   *out = std::strtod(buf, nullptr);

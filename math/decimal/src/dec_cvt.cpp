@@ -1,6 +1,7 @@
 // Conversions of decimal records: digit generation (decefcvt and its two forms), double
 // and float to record, record to int32/int16 and integers to record, and record to
 // double or float through extended-precision arithmetic.
+#include <cfloat>
 #include <cmath>
 #include <cstdint>
 #include <cstdio>
@@ -125,6 +126,8 @@ int layout(const char *figs, int nf, int decpt, bool negative, int ndigit, t_DEC
   return qz::dec_clamp_exp(e, &result->dec_exp);
 }
 
+static_assert(LDBL_MANT_DIG == 64, "the x87 extended format: a 64-bit significand first");
+
 // Powers of ten in extended precision, each correctly rounded by the compiler.
 const long double kPow10L[] = {
     1e0L,   1e1L,   1e2L,   1e3L,   1e4L,   1e5L,   1e6L,   1e7L,   1e8L,   1e9L,   1e10L,  1e11L,
@@ -152,8 +155,9 @@ bool fifteen_figures(double d, uint64_t *figures, int *decpt) {
   std::frexp(d, &b2);  // |d| in [2^(b2-1), 2^b2)
   if (b2 < -400 || b2 > 400) return false;
   long double a = std::fabs(static_cast<long double>(d));
-  // 10^e10 <= |d| < 10^(e10+1), estimated; corrected below.
-  int e10 = static_cast<int>(std::floor((b2 - 1) * 0.30102999566398120));
+  // 10^e10 <= |d| < 10^(e10+1), estimated from the binary exponent (78913 / 2^18 is
+  // log10(2) to six figures); the scaling below corrects it by one either way.
+  int e10 = ((b2 - 1) * 78913) >> 18;
   int k = 14 - e10;
   if (k > kMaxPow || -k > kMaxPow) return false;
   long double t = k >= 0 ? a * kPow10L[k] : a / kPow10L[-k];
@@ -171,13 +175,17 @@ bool fifteen_figures(double d, uint64_t *figures, int *decpt) {
   // The computed t is within 2^-13 of the exact product (two roundings of 2^-64
   // relative on a value below 2^50): stay clear of the decade's ends and of ties.
   if (t < 1e14L + 1 || t > 1e15L - 1) return false;
-  long double whole = std::floor(t);
-  long double frac = t - whole;
+  // Adding 2^63 rounds t to an integer (the unit of the sum's last place is 1); the
+  // significand of the sum then holds it, read without an x87 rounding-mode switch.
+  const long double two63 = 9223372036854775808.0L;
+  long double sum = t + two63;
+  long double off = t - (sum - two63);  // exact, within [-0.5, 0.5]
   const long double margin = 1.0L / 1024;
-  if (frac > 0.5L - margin && frac < 0.5L + margin) return false;
-  uint64_t n = static_cast<uint64_t>(whole);
-  if (frac > 0.5L) ++n;
-  if (n >= 1000000000000000ull) return false;
+  if (off > 0.5L - margin || off < -0.5L + margin) return false;
+  uint64_t bits;
+  std::memcpy(&bits, &sum, sizeof bits);
+  uint64_t n = bits - (1ull << 63);
+  if (n >= 1000000000000000ull || n < 100000000000000ull) return false;
   *figures = n;
   *decpt = e10 + 1;
   return true;
@@ -218,7 +226,7 @@ int deccvdbl(double d, t_DECIMAL *result) {
   // had exactly; a test compares the two routes on ten million doubles.
   uint64_t n;
   int decpt;
-  if (std::isfinite(d) && d != 0 && fifteen_figures(d, &n, &decpt)) {
+  if (std::isfinite(d) && d != 0 && qz::fpu_default() && fifteen_figures(d, &n, &decpt)) {
     char figs[16];
     for (int i = 14; i >= 0; --i) {
       figs[i] = static_cast<char>('0' + n % 10);

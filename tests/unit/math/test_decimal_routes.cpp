@@ -4,6 +4,7 @@
 // bit-identical, in every build.
 #include <gtest/gtest.h>
 
+#include <cfenv>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
@@ -115,6 +116,37 @@ TEST(DecimalRoutes, DoubleToRecordMatchesTheTextRoute) {
     }
   }
   EXPECT_EQ(differ, 0) << "first: " << first;
+}
+
+}  // namespace
+
+namespace {
+
+// A program that switched the rounding mode gets the text routes: the C library's
+// conversions follow the mode, the direct ones would not.
+TEST(DecimalRoutes, OtherRoundingModesTakeTheTextRoute) {
+  Rng rng{99};
+  long differ = 0;
+  for (int mode : {FE_UPWARD, FE_DOWNWARD, FE_TOWARDZERO}) {
+    for (int i = 0; i < 20000; ++i) {
+      double d = random_double(rng);
+      t_DECIMAL direct, text;
+      std::memset(&direct, 0, sizeof direct);
+      std::memset(&text, 0, sizeof text);
+      t_DECIMAL v = random_record(rng);
+      double x = 0, y = 0;
+      char buf[32];
+      std::fesetround(mode);
+      int rc1 = deccvdbl(d, &direct);
+      int rc2 = deccvreal(d, 15, &text);
+      m_to_dbl(&v, &x);
+      m_gcvt(&v, 14, buf);
+      y = std::strtod(buf, nullptr);
+      std::fesetround(FE_TONEAREST);
+      if (rc1 != rc2 || !bytes_equal(direct, text) || std::memcmp(&x, &y, sizeof x) != 0) ++differ;
+    }
+  }
+  EXPECT_EQ(differ, 0);
 }
 
 }  // namespace
