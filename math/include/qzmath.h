@@ -103,7 +103,9 @@ QZMATH_API int decmul(const t_DECIMAL *a, const t_DECIMAL *b, t_DECIMAL *result)
 /* Nine quotient places; when the first quotient digit is 0 only eight are formed and the
  * quotient is truncated. Division by zero gives the canonical zero and DEC_E_DIVZERO. */
 QZMATH_API int decdiv(const t_DECIMAL *a, const t_DECIMAL *b, t_DECIMAL *result);
-/* -1, 0, 1 (a less, equal, greater); DEC_E_NULLCMP when either is null. */
+/* -1, 0, 1 (a less, equal, greater); DEC_E_NULLCMP when either is null. A zero whose
+ * sign byte says negative (the text "-0" makes one) is ordered by the sign byte first,
+ * as any other record. */
 QZMATH_API int deccmp(const t_DECIMAL *a, const t_DECIMAL *b);
 QZMATH_API int decchs(t_DECIMAL *v);
 /* Round half away from zero / truncate to `places` digits after the decimal point, in
@@ -128,6 +130,9 @@ QZMATH_API char *decfcvt(const t_DECIMAL *v, int ndigit, int *decpt, int *sign);
  * (either sign) gives the canonical zero. An infinity gives c_dec_huge with its sign and
  * DEC_E_OVERFLOW; NaN gives the null record and DEC_E_BADTEXT. */
 QZMATH_API int deccvreal(double d, int ndigit, t_DECIMAL *result);
+/* deccvreal with 15 digits. It takes the figures from an extended-precision product
+ * where they are provably the correctly rounded ones and from the text conversion
+ * otherwise; the result is the same. */
 QZMATH_API int deccvdbl(double d, t_DECIMAL *result);
 QZMATH_API int deccvflt(float f, t_DECIMAL *result);
 /* Integer part (truncated towards zero); DEC_E_OVERFLOW outside int32, out untouched.
@@ -146,7 +151,10 @@ QZMATH_API int dectodbl(const t_DECIMAL *v, double *out);
 QZMATH_API int dectoflt(const t_DECIMAL *v, float *out);
 
 /* Packed storage form of `length` bytes (byte 0 sign and exponent, then base-100 digits,
- * 100's complement for negative values). */
+ * 100's complement for negative values). A field shorter than the value rounds on the
+ * first digit that does not fit. A negative value with exponent 63, and a value whose
+ * rounding carries byte 0 past 0xFF, read back as null (byte 0 would be 0). A length
+ * below 1 reads as null and stores nothing. */
 QZMATH_API void comp100(unsigned char *digits, int n);
 QZMATH_API int lddecimal(const unsigned char *bytes, int length, t_DECIMAL *result);
 QZMATH_API int stdecimal(const t_DECIMAL *v, unsigned char *bytes, int length);
@@ -158,8 +166,11 @@ QZMATH_API int stdecimal(const t_DECIMAL *v, unsigned char *bytes, int length);
  * whose figures exceed 999 (either sign) gives DEC_E_BADEXP. A blank or empty text gives
  * the null record and 0. The first 18 significant figures are used. */
 QZMATH_API int deccvasc(const char *text, int length, t_DECIMAL *result);
-/* Fixed-width text, left-aligned and blank-filled, not terminated; exponent form when
- * the integer part does not fit; negative decimals choose enough to show the digits. */
+/* Fixed-width text, left-aligned and blank-filled, not terminated; exponent form ("1.2e6")
+ * when the integer part does not fit, all "*" (or "0" for tiny values) when not even
+ * that fits. Negative decimals choose: 0 for an integer, else twice (digits - dec_exp)
+ * with dec_exp >= 0 and twice the digit count with dec_exp < 0, less one when the last
+ * digit ends in 0; values below 0.01 can therefore lose figures with them. */
 QZMATH_API int dectoasc(const t_DECIMAL *v, char *buffer, int length, int decimals);
 
 /* ---- Numeric layer -------------------------------------------------------------------
@@ -174,7 +185,9 @@ QZMATH_API int m_chs(const t_DECIMAL *source, t_DECIMAL *result);
  * whose rounding carries past 100^63 is written as its rounded value, 1E+126 with its
  * sign (so m_to_dbl gives +-1e126). */
 QZMATH_API char *m_gcvt(const t_DECIMAL *v, int ndigit, char *buf);
-/* The double nearest to v rounded half away from zero to 14 significant digits. */
+/* The double nearest to v rounded half away from zero to 14 significant digits: what
+ * strtod makes of m_gcvt's text, which is the route taken unless one correctly rounded
+ * operation on the figures gives the same double (most values of ordinary size). */
 QZMATH_API int m_to_dbl(const t_DECIMAL *v, double *out);
 /* 0, or M_CC_RANGE for overflow (+-c_dec_huge), underflow, NaN (zero) and infinities
  * (+inf c_dec_huge, -inf zero). */

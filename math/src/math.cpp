@@ -142,8 +142,77 @@ char *m_gcvt(const t_DECIMAL *v, int ndigit, char *buf) {
   return buf;
 }
 
+namespace {
+
+constexpr uint64_t kPow10[] = {1ull,
+                               10ull,
+                               100ull,
+                               1000ull,
+                               10000ull,
+                               100000ull,
+                               1000000ull,
+                               10000000ull,
+                               100000000ull,
+                               1000000000ull,
+                               10000000000ull,
+                               100000000000ull,
+                               1000000000000ull,
+                               10000000000000ull,
+                               100000000000000ull,
+                               1000000000000000ull,
+                               10000000000000000ull,
+                               100000000000000000ull,
+                               1000000000000000000ull};
+
+// The double that the text route (m_gcvt with 14 figures, then strtod) gives, formed
+// without text where a single correctly rounded operation yields it: v rounded half away
+// to 14 figures is f x 10^e with f < 2^53. With double arithmetic (SSE, the x86-64
+// build) f times or divided by an exact power of ten up to 10^22 is correctly rounded;
+// with x87 extended arithmetic (the i386 build) only an integer product that is exact
+// in 64 bits and then rounded once to double is. Anything else returns false and takes
+// the text route; a test compares both routes on ten million records.
+bool to_dbl_direct(const t_DECIMAL *v, double *out) {
+  int n = v->dec_ndgts;
+  if (n == 0) {
+    *out = 0.0;
+    return true;
+  }
+  uint64_t f = 0;
+  for (int i = 0; i < n; ++i)
+    f = f * 100 + v->dec_dgts[i];
+  int figures = 2 * n - (v->dec_dgts[0] < 10 ? 1 : 0);
+  int e = 2 * (v->dec_exp - n);
+  if (figures > 14) {
+    int r = figures - 14;
+    uint64_t p = kPow10[r], q = f / p, rem = f % p;
+    if (rem >= p - rem) ++q;  // half away from zero
+    f = q;
+    e += r;
+  }
+  double x;
+#if defined(__FLT_EVAL_METHOD__) && __FLT_EVAL_METHOD__ == 0
+  static const double kPow10d[] = {1e0,  1e1,  1e2,  1e3,  1e4,  1e5,  1e6,  1e7,
+                                   1e8,  1e9,  1e10, 1e11, 1e12, 1e13, 1e14, 1e15,
+                                   1e16, 1e17, 1e18, 1e19, 1e20, 1e21, 1e22};
+  if (e >= 0 && e <= 22)
+    x = static_cast<double>(f) * kPow10d[e];
+  else if (e < 0 && e >= -22)
+    x = static_cast<double>(f) / kPow10d[-e];
+  else
+    return false;
+#else
+  if (e < 0 || e > 18 || f > static_cast<uint64_t>(INT64_MAX) / kPow10[e]) return false;
+  x = static_cast<double>(static_cast<int64_t>(f * kPow10[e]));
+#endif
+  *out = qz::dec_is_neg(v) ? -x : x;
+  return true;
+}
+
+}  // namespace
+
 int m_to_dbl(const t_DECIMAL *v, double *out) {
   M_CHECK(v);
+  if (qz::fpu_default() && to_dbl_direct(v, out)) return 0;
   char buf[32];
   m_gcvt(v, 14, buf);
   *out = std::strtod(buf, nullptr);

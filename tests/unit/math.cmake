@@ -25,3 +25,20 @@ qz_unit_test(math_oracle SOURCES ${QZ_MATH_TESTS}/test_decimal_oracle.cpp LIBS q
              ENV QZ_MATH_VECTORS=${QZ_MATH_VECTORS})
 target_include_directories(math_oracle PRIVATE ${QZ_MATH_TESTS})
 set_tests_properties(math_oracle PROPERTIES FIXTURES_REQUIRED math_vectors)
+
+# The direct double conversions against their text routes on ten million operands.
+# Ten million each natively (about ten seconds); the sanitizer build and the i386 build
+# (emulated, about 8 us a conversion) check one million unless QZ_ROUTES_COUNT is set in
+# the environment when the build is configured.
+if(QZ_SANITIZE OR QZ_I386)
+  set(qz_routes_env QZ_ROUTES_COUNT=1000000)
+else()
+  set(qz_routes_env QZ_ROUTES_COUNT=10000000)
+endif()
+if(DEFINED ENV{QZ_ROUTES_COUNT})
+  set(qz_routes_env QZ_ROUTES_COUNT=$ENV{QZ_ROUTES_COUNT})
+endif()
+qz_unit_test(math_routes SOURCES ${QZ_MATH_TESTS}/test_decimal_routes.cpp LIBS qzmath
+             ENV ${qz_routes_env})
+target_include_directories(math_routes PRIVATE ${QZ_MATH_TESTS})
+set_tests_properties(math_routes PROPERTIES LABELS "unit;long")

@@ -51,6 +51,24 @@ inline int dec_clamp_exp(int e, int16_t *exp) {
   return 0;
 }
 
+// True when the floating-point unit computes as the direct conversions assume: x87
+// precision control at extended precision and rounding to nearest (x87 and, in the
+// x86-64 build, SSE). A program that changed either gets the text routes, which the C
+// library carries out in whatever mode is set.
+inline bool fpu_default() {
+#if defined(__i386__) || defined(__x86_64__)
+  unsigned short cw;
+  __asm__ volatile("fnstcw %0" : "=m"(cw));
+  if ((cw & 0x0F00u) != 0x0300u) return false;
+#if defined(__x86_64__)
+  if ((__builtin_ia32_stmxcsr() & 0x6000u) != 0) return false;
+#endif
+  return true;
+#else
+  return false;
+#endif
+}
+
 // decefcvt, except that when its rounding carries the value past 100^63 (the library
 // then gives "") the digits of the rounded value, a 1 followed by zeros with decpt one
 // higher, are written into the digit buffer instead.

@@ -790,3 +790,98 @@ TEST(MathValidation, ZeroWithAnyExponentAndTrailingZeroDigitsAreAccepted) {
 }
 
 }  // namespace
+
+// ---- Round trips ----------------------------------------------------------------------
+
+namespace {
+
+// A small deterministic generator of records in normal form.
+struct Rng {
+  uint64_t s;  // xorshift state
+  uint64_t next() {
+    s ^= s << 13;
+    s ^= s >> 7;
+    s ^= s << 17;
+    return s;
+  }
+  int below(int n) { return static_cast<int>(next() % static_cast<uint64_t>(n)); }
+  t_DECIMAL record(int lo, int hi) {
+    t_DECIMAL v;
+    std::memset(&v, 0, sizeof v);
+    int n = 1 + below(8);
+    for (int i = 0; i < n; ++i)
+      v.dec_dgts[i] = static_cast<uint8_t>(below(3) == 0 ? 99 : below(100));
+    if (v.dec_dgts[0] == 0) v.dec_dgts[0] = 1;
+    if (v.dec_dgts[n - 1] == 0) v.dec_dgts[n - 1] = 7;
+    v.dec_ndgts = static_cast<int8_t>(n);
+    v.dec_exp = static_cast<int16_t>(lo + below(hi - lo + 1));
+    v.dec_pos = static_cast<uint8_t>(below(2));
+    return v;
+  }
+};
+
+}  // namespace
+
+TEST(RoundTrip, PackedFieldRestoresEveryValueThatFits) {
+  Rng rng{0x9E3779B97F4A7C15ull};
+  for (int i = 0; i < 200000; ++i) {
+    t_DECIMAL v = rng.record(-64, 63);
+    int length = v.dec_ndgts + 1 + rng.below(4);
+    unsigned char field[16];
+    ASSERT_EQ(stdecimal(&v, field, length), 0);
+    t_DECIMAL back;
+    ASSERT_EQ(lddecimal(field, length, &back), 0);
+    if (v.dec_pos == DEC_POS_NEGATIVE && v.dec_exp == 63) {
+      // Its byte 0 would be 0: the packed form reads it back as null.
+      ASSERT_EQ(back.dec_pos, DEC_POS_NULL) << v;
+      continue;
+    }
+    ASSERT_PRED2(same, back, v) << "length " << length;
+  }
+}
+
+TEST(RoundTrip, PackedFieldsSortLikeTheirValues) {
+  Rng rng{12345};
+  for (int i = 0; i < 50000; ++i) {
+    t_DECIMAL a = rng.record(-20, 20), b = rng.record(-20, 20);
+    unsigned char fa[9], fb[9];
+    stdecimal(&a, fa, 9);
+    stdecimal(&b, fb, 9);
+    int bytes = std::memcmp(fa, fb, 9);
+    int order = deccmp(&a, &b);
+    ASSERT_EQ(bytes < 0 ? -1 : bytes > 0 ? 1 : 0, order) << a << " vs " << b;
+  }
+}
+
+TEST(RoundTrip, FixedTextWithEnoughWidthParsesBackToTheValue) {
+  Rng rng{777};
+  for (int i = 0; i < 100000; ++i) {
+    t_DECIMAL v = rng.record(-64, 63);
+    int decimals = v.dec_exp >= v.dec_ndgts ? 0 : 2 * (v.dec_ndgts - v.dec_exp);
+    if (i % 2 == 0 && v.dec_exp >= 0) decimals = -1;  // chosen by dectoasc
+    char buf[220];
+    ASSERT_EQ(dectoasc(&v, buf, 200, decimals), 0);
+    t_DECIMAL back;
+    ASSERT_EQ(deccvasc(buf, 200, &back), 0) << std::string(buf, 200);
+    ASSERT_PRED2(same, back, v) << std::string(buf, 60) << " decimals " << decimals;
+  }
+}
+
+TEST(RoundTrip, GeneralTextAndDoubleKeepFourteenDigits) {
+  Rng rng{4242};
+  for (int i = 0; i < 50000; ++i) {
+    t_DECIMAL v = rng.record(-60, 60);
+    v.dec_ndgts = static_cast<int8_t>(v.dec_ndgts > 7 ? 7 : v.dec_ndgts);  // 14 figures
+    while (v.dec_dgts[v.dec_ndgts - 1] == 0)
+      --v.dec_ndgts;
+    char buf[40];
+    m_gcvt(&v, 14, buf);
+    t_DECIMAL back;
+    ASSERT_EQ(m_cv_asc(buf, static_cast<int>(std::strlen(buf)), &back), M_CC_OK);
+    ASSERT_PRED2(same, back, v) << buf;
+    double d;
+    ASSERT_EQ(m_to_dbl(&v, &d), 0);
+    ASSERT_EQ(m_cv_dbl(d, &back), M_CC_OK);
+    ASSERT_PRED2(same, back, v) << buf;
+  }
+}
