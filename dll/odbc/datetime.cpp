@@ -4,6 +4,8 @@
 // build; the checks run on 64-bit values so that adding 1900 cannot overflow.
 #include "datetime.hpp"
 
+#include "numtext.hpp"
+
 #include <cassert>
 #include <cerrno>
 #include <cstring>
@@ -15,9 +17,6 @@ namespace {
 
 constexpr std::int64_t kMax32 = std::numeric_limits<std::int32_t>::max();
 constexpr std::int64_t kMin32 = std::numeric_limits<std::int32_t>::min();
-constexpr int kDateTextMax = 15;       // longest date text
-constexpr int kTimeTextMax = 15;       // longest time text
-constexpr int kTimestampTextMax = 31;  // longest timestamp text
 
 struct Date {
   std::int64_t year;   // as given; 1900 is added below 1900
@@ -174,8 +173,8 @@ int timestamp_from_seconds(std::int32_t seconds, SQL_TIMESTAMP_STRUCT *out) {
 }
 
 int date_from_text(const char *text, int len, SQL_DATE_STRUCT *out) {
-  char buf[kDateTextMax + 1];
-  if (!copy_text(text, len, buf, kDateTextMax)) return kDtTooLong;
+  char buf[kParamDateTextMax + 1];
+  if (!copy_text(text, len, buf, kParamDateTextMax)) return kDtTooLong;
   const char *p = buf;
   Date d;
   if (int rc = parse_date(p, false, &d)) return rc;
@@ -184,8 +183,8 @@ int date_from_text(const char *text, int len, SQL_DATE_STRUCT *out) {
 }
 
 int time_from_text(const char *text, int len, SQL_TIME_STRUCT *out) {
-  char buf[kTimeTextMax + 1];
-  if (!copy_text(text, len, buf, kTimeTextMax)) return kDtTooLong;
+  char buf[kParamTimeTextMax + 1];
+  if (!copy_text(text, len, buf, kParamTimeTextMax)) return kDtTooLong;
   const char *p = buf;
   Time t;
   if (int rc = parse_time(p, &t)) return rc;
@@ -194,8 +193,8 @@ int time_from_text(const char *text, int len, SQL_TIME_STRUCT *out) {
 }
 
 int timestamp_from_text(const char *text, int len, SQL_TIMESTAMP_STRUCT *out) {
-  char buf[kTimestampTextMax + 1];
-  if (!copy_text(text, len, buf, kTimestampTextMax)) return kDtTooLong;
+  char buf[kParamTimestampTextMax + 1];
+  if (!copy_text(text, len, buf, kParamTimestampTextMax)) return kDtTooLong;
   const char *p = buf;
   Date d;
   Time t{0, 0, 0};
