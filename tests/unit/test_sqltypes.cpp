@@ -1,0 +1,222 @@
+// Tests of the type tables: the binding chosen for every described SQL type and for
+// NUMERIC/DECIMAL by precision and scale, the text sizes against both settings, the
+// names in log lines, the value type codes and the bindings of undescribed parameters.
+#include <cstring>
+#include <string>
+
+#include <gtest/gtest.h>
+
+#include "sqltypes.hpp"
+
+namespace {
+
+constexpr int kDef = 1024;  // text_column_def_size at start
+constexpr int kMax = 1024;  // text_column_max_size at start
+
+struct Expect {
+  int sql_type;
+  const char *name;
+  int ctype;
+  int size;  // for text types: the size at precision 10 with the default settings
+};
+
+// Every named type of the table, each bound as described with precision 10, scale 0.
+const Expect kTable[] = {
+    {SQL_BIT, "BIT", SQL_C_LONG, 4},
+    {SQL_TINYINT, "TINYINT", SQL_C_LONG, 4},
+    {SQL_BIGINT, "BIGINT", SQL_C_CHAR, 11},
+    {SQL_LONGVARBINARY, "LONGVARBINARY", SQL_C_CHAR, 11},
+    {SQL_VARBINARY, "VARBINARY", SQL_C_CHAR, 11},
+    {SQL_BINARY, "BINARY", SQL_C_CHAR, 11},
+    {SQL_LONGVARCHAR, "LONGVARCHAR", SQL_C_CHAR, 11},
+    {SQL_CHAR, "CHAR", SQL_C_CHAR, 11},
+    {SQL_INTEGER, "INTEGER", SQL_C_LONG, 4},
+    {SQL_SMALLINT, "SMALLINT", SQL_C_LONG, 4},
+    {SQL_FLOAT, "FLOAT", SQL_C_DOUBLE, 8},
+    {SQL_REAL, "REAL", SQL_C_DOUBLE, 8},
+    {SQL_DOUBLE, "DOUBLE", SQL_C_DOUBLE, 8},
+    {SQL_DATE, "DATE", SQL_C_DATE, 6},
+    {SQL_TIME, "TIME", SQL_C_TIME, 6},
+    {SQL_TIMESTAMP, "TIMESTAMP", SQL_C_TIMESTAMP, 16},
+    {SQL_VARCHAR, "VARCHAR", SQL_C_CHAR, 11},
+};
+
+TEST(SqlTypes, EveryNamedTypeHasItsNameCTypeAndSize) {
+  for (const Expect &e : kTable) {
+    SCOPED_TRACE(e.name);
+    char buf[qz::kSqlTypeNameSize];
+    EXPECT_STREQ(qz::sql_type_name(e.sql_type, buf), e.name);
+    qz::ColumnBuffer b = qz::buffer_for_sql_type(e.sql_type, 10, 0, kDef, kMax);
+    EXPECT_EQ(b.ctype, e.ctype);
+    EXPECT_EQ(b.size, e.size);
+  }
+}
+
+TEST(SqlTypes, FixedTypesIgnorePrecisionAndScale) {
+  for (const Expect &e : kTable) {
+    if (e.ctype == SQL_C_CHAR) continue;
+    SCOPED_TRACE(e.name);
+    for (std::uint32_t p : {0u, 9u, 38u, 100000u}) {
+      qz::ColumnBuffer b = qz::buffer_for_sql_type(e.sql_type, p, 5, 10, 20);
+      EXPECT_EQ(b.ctype, e.ctype);
+      EXPECT_EQ(b.size, e.size);
+    }
+  }
+}
+
+TEST(SqlTypes, UnknownCodesAreNamedWithTheirNumberAndBoundAsText) {
+  char buf[qz::kSqlTypeNameSize];
+  EXPECT_STREQ(qz::sql_type_name(SQL_UNKNOWN_TYPE, buf), "UNKNOWN(0)");
+  EXPECT_STREQ(qz::sql_type_name(SQL_TYPE_DATE, buf), "UNKNOWN(91)");
+  EXPECT_STREQ(qz::sql_type_name(13, buf), "UNKNOWN(13)");
+  EXPECT_STREQ(qz::sql_type_name(-8, buf), "UNKNOWN(-8)");  // SQL_WCHAR
+  EXPECT_STREQ(qz::sql_type_name(-2147483647 - 1, buf), "UNKNOWN(-2147483648)");
+  for (int code : {SQL_UNKNOWN_TYPE, SQL_TYPE_DATE, SQL_TYPE_TIMESTAMP, 13, -8, -11, 32767}) {
+    SCOPED_TRACE(code);
+    qz::ColumnBuffer b = qz::buffer_for_sql_type(code, 30, 0, kDef, kMax);
+    EXPECT_EQ(b.ctype, SQL_C_CHAR);
+    EXPECT_EQ(b.size, 31);
+  }
+}
+
+TEST(SqlTypes, NumericAndDecimalChooseByPrecisionAndScale) {
+  for (int type : {SQL_NUMERIC, SQL_DECIMAL}) {
+    SCOPED_TRACE(type);
+    struct {
+      std::uint32_t p;
+      int s;
+      int ctype;
+      int size;
+    } cases[] = {
+        {9, 0, SQL_C_LONG, 4},    {1, 0, SQL_C_LONG, 4},    {0, 0, SQL_C_LONG, 4},
+        {10, 0, SQL_C_DOUBLE, 8}, {9, 2, SQL_C_DOUBLE, 8},  {14, 0, SQL_C_DOUBLE, 8},
+        {14, 4, SQL_C_DOUBLE, 8}, {5, -1, SQL_C_DOUBLE, 8}, {15, 2, SQL_C_CHAR, 16},
+        {15, 0, SQL_C_CHAR, 16},  {38, 10, SQL_C_CHAR, 39}, {20, 2, SQL_C_CHAR, 21},
+    };
+    for (const auto &c : cases) {
+      SCOPED_TRACE(std::to_string(c.p) + "," + std::to_string(c.s));
+      qz::ColumnBuffer b = qz::buffer_for_sql_type(type, c.p, c.s, kDef, kMax);
+      EXPECT_EQ(b.ctype, c.ctype);
+      EXPECT_EQ(b.size, c.size);
+    }
+  }
+}
+
+TEST(SqlTypes, WideNumericIsNotLimitedByTheTextSettings) {
+  qz::ColumnBuffer b = qz::buffer_for_sql_type(SQL_NUMERIC, 2000, 0, 10, 20);
+  EXPECT_EQ(b.ctype, SQL_C_CHAR);
+  EXPECT_EQ(b.size, 2001);
+  // An absurd precision stops at the largest size instead of wrapping around.
+  b = qz::buffer_for_sql_type(SQL_DECIMAL, 0xFFFFFFFFu, 0, 10, 20);
+  EXPECT_EQ(b.size, 2147483647);
+  b = qz::buffer_for_sql_type(SQL_DECIMAL, 2147483646u, 0, 10, 20);
+  EXPECT_EQ(b.size, 2147483647);
+}
+
+TEST(SqlTypes, TextRuleWithDefaultSettings) {
+  // VARCHAR(2000) gets 1024 bytes: at most 1023 characters arrive.
+  EXPECT_EQ(qz::buffer_for_sql_type(SQL_VARCHAR, 2000, 0, kDef, kMax).size, 1024);
+  EXPECT_EQ(qz::buffer_for_sql_type(SQL_VARCHAR, 1024, 0, kDef, kMax).size, 1025);
+  EXPECT_EQ(qz::buffer_for_sql_type(SQL_VARCHAR, 1025, 0, kDef, kMax).size, 1024);
+  EXPECT_EQ(qz::buffer_for_sql_type(SQL_VARCHAR, 1023, 0, kDef, kMax).size, 1024);
+  EXPECT_EQ(qz::buffer_for_sql_type(SQL_CHAR, 1, 0, kDef, kMax).size, 2);
+  EXPECT_EQ(qz::buffer_for_sql_type(SQL_VARCHAR, 0, 0, kDef, kMax).size, kDef);
+  EXPECT_EQ(qz::buffer_for_sql_type(SQL_LONGVARCHAR, 0xFFFFFFFFu, 0, kDef, kMax).size, kMax);
+  // BIGINT is text: 19 digits and a sign do not fit SQL_C_LONG.
+  qz::ColumnBuffer big = qz::buffer_for_sql_type(SQL_BIGINT, 19, 0, kDef, kMax);
+  EXPECT_EQ(big.ctype, SQL_C_CHAR);
+  EXPECT_EQ(big.size, 20);
+}
+
+TEST(SqlTypes, TextRuleFollowsBothSettings) {
+  // Precision 0 takes the default size, not the maximum; beyond the maximum the
+  // maximum itself, not one more.
+  EXPECT_EQ(qz::buffer_for_sql_type(SQL_VARCHAR, 0, 0, 100, 5000).size, 100);
+  EXPECT_EQ(qz::buffer_for_sql_type(SQL_VARCHAR, 2000, 0, 100, 5000).size, 2001);
+  EXPECT_EQ(qz::buffer_for_sql_type(SQL_VARCHAR, 5000, 0, 100, 5000).size, 5001);
+  EXPECT_EQ(qz::buffer_for_sql_type(SQL_VARCHAR, 5001, 0, 100, 5000).size, 5000);
+  EXPECT_EQ(qz::buffer_for_sql_type(SQL_VARCHAR, 32767, 0, 32767, 32767).size, 32768);
+  EXPECT_EQ(qz::buffer_for_sql_type(SQL_VARCHAR, 32768, 0, 32767, 32767).size, 32767);
+  EXPECT_EQ(qz::buffer_for_sql_type(SQL_BINARY, 2, 0, 1, 1).size, 1);
+}
+
+TEST(SqlTypes, CTypeNames) {
+  EXPECT_STREQ(qz::c_type_name(SQL_C_CHAR), "C_CHAR");
+  EXPECT_STREQ(qz::c_type_name(SQL_C_LONG), "C_LONG");
+  EXPECT_STREQ(qz::c_type_name(SQL_C_DOUBLE), "C_DOUBLE");
+  EXPECT_STREQ(qz::c_type_name(SQL_C_DATE), "C_DATE");
+  EXPECT_STREQ(qz::c_type_name(SQL_C_TIME), "C_TIME");
+  EXPECT_STREQ(qz::c_type_name(SQL_C_TIMESTAMP), "C_TIMESTAMP");
+  for (int other : {0, 2, 3, 5, 7, 12, SQL_C_SLONG, SQL_C_TYPE_DATE, SQL_C_DEFAULT, -1})
+    EXPECT_STREQ(qz::c_type_name(other), "?") << other;
+}
+
+TEST(SqlTypes, ValueTypeCodesRoundTripWithCTypes) {
+  const int ctypes[] = {SQL_C_CHAR, SQL_C_LONG, SQL_C_DOUBLE,
+                        SQL_C_DATE, SQL_C_TIME, SQL_C_TIMESTAMP};
+  const int codes[] = {qz::kValueString, qz::kValueInteger, qz::kValueReal,
+                       qz::kValueDate,   qz::kValueTime,    qz::kValueTimestamp};
+  for (int i = 0; i < 6; ++i) {
+    EXPECT_EQ(codes[i], i + 1);
+    EXPECT_EQ(qz::ctype_of_value_type(codes[i]), ctypes[i]);
+    EXPECT_EQ(qz::value_type_of_ctype(ctypes[i]), codes[i]);
+  }
+  for (int bad : {0, 7, -1, 100})
+    EXPECT_EQ(qz::ctype_of_value_type(bad), 0) << bad;
+  for (int bad : {0, 2, SQL_C_SLONG, SQL_C_TYPE_TIMESTAMP})
+    EXPECT_EQ(qz::value_type_of_ctype(bad), 0);
+}
+
+TEST(SqlTypes, SetTypeBuffersByValueTypeCode) {
+  // Text gets the default size itself, without the extra byte of text parameters.
+  qz::ColumnBuffer b = qz::buffer_for_value_type(qz::kValueString, 300);
+  EXPECT_EQ(b.ctype, SQL_C_CHAR);
+  EXPECT_EQ(b.size, 300);
+  struct {
+    int code, ctype, size;
+  } fixed[] = {{qz::kValueInteger, SQL_C_LONG, 4},
+               {qz::kValueReal, SQL_C_DOUBLE, 8},
+               {qz::kValueDate, SQL_C_DATE, 6},
+               {qz::kValueTime, SQL_C_TIME, 6},
+               {qz::kValueTimestamp, SQL_C_TIMESTAMP, 16}};
+  for (const auto &f : fixed) {
+    b = qz::buffer_for_value_type(f.code, 300);
+    EXPECT_EQ(b.ctype, f.ctype) << f.code;
+    EXPECT_EQ(b.size, f.size) << f.code;
+    // Every binding matches the table's binding of the SQL type of the same kind.
+    EXPECT_EQ(qz::value_type_of_ctype(b.ctype), f.code);
+  }
+  for (int bad : {0, 7, -1}) {
+    b = qz::buffer_for_value_type(bad, 300);
+    EXPECT_EQ(b.ctype, 0) << bad;
+    EXPECT_EQ(b.size, 0) << bad;
+  }
+}
+
+TEST(SqlTypes, BindingsOfUndescribedParameters) {
+  qz::ParamBinding t = qz::param_binding(SQL_C_CHAR, kDef);
+  EXPECT_EQ(t.ctype, SQL_C_CHAR);
+  EXPECT_EQ(t.sql_type, SQL_VARCHAR);
+  EXPECT_EQ(t.precision, 1024u);
+  EXPECT_EQ(t.size, 1025);  // texts of up to 1024 characters fit with their NUL
+  t = qz::param_binding(SQL_C_CHAR, 32767);
+  EXPECT_EQ(t.precision, 32767u);
+  EXPECT_EQ(t.size, 32768);
+  qz::ParamBinding i = qz::param_binding(SQL_C_LONG, kDef);
+  EXPECT_EQ(i.ctype, SQL_C_LONG);
+  EXPECT_EQ(i.sql_type, SQL_INTEGER);
+  EXPECT_EQ(i.precision, 10u);
+  EXPECT_EQ(i.size, 4);
+  qz::ParamBinding d = qz::param_binding(SQL_C_DOUBLE, kDef);
+  EXPECT_EQ(d.ctype, SQL_C_DOUBLE);
+  EXPECT_EQ(d.sql_type, SQL_DOUBLE);
+  EXPECT_EQ(d.precision, 15u);
+  EXPECT_EQ(d.size, 8);
+  char buf[qz::kSqlTypeNameSize];
+  EXPECT_STREQ(qz::sql_type_name(t.sql_type, buf), "VARCHAR");
+  EXPECT_STREQ(qz::sql_type_name(i.sql_type, buf), "INTEGER");
+  EXPECT_STREQ(qz::sql_type_name(d.sql_type, buf), "DOUBLE");
+  EXPECT_EQ(qz::param_binding(SQL_C_DATE, kDef).ctype, 0);
+}
+
+}  // namespace
