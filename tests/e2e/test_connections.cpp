@@ -209,6 +209,19 @@ INSTANTIATE_TEST_SUITE_P(Servers, Identifiers,
                                            Target{"i386_server", "QZ_SERVER_ODBC_I386", true}),
                          [](const auto &info) { return std::string(info.param.name); });
 
+// The connection string crosses as ISO 8859-1 and comes back as HP Roman-8: a database
+// named with Roman-8's e-acute (0xC5) is created under ISO 8859-1's (0xE9).
+TEST(GetConnection, CharacterSetsAreMappedBothWays) {
+  odbc::TempDir dir;
+  Server srv;
+  int id = srv.connect_ok(odbc::sqlite_conn(dir.file("caf\xC5.db")));
+  EXPECT_TRUE(std::filesystem::exists(dir.file("caf\xE9.db")));
+  EXPECT_FALSE(std::filesystem::exists(dir.file("caf\xC5.db")));
+  ASSERT_EQ(srv.status("GetConnection", {Arg::integer(id), Arg::string_var("", 1024)}), 0);
+  EXPECT_NE(srv.last.args[1].as_string().find("caf\xC5.db"), std::string::npos)
+      << srv.last.args[1].as_string();
+}
+
 TEST(GetConnection, TooSmallVariableIsLeftUnchanged) {
   Db db;
   Server srv;
@@ -668,25 +681,29 @@ long index_of(const std::vector<std::string> &calls, const std::string &fn) {
   return it == calls.end() ? -1 : it - calls.begin();
 }
 
-// Statements are dropped before connections; a connection whose identifier Disconnect
-// freed stays open for its statement and closes with it.
-TEST(Shutdown, WhileWaitingStatementsThenConnectionsAreReleased) {
+// Every statement and connection is released: a statement's handle is freed before its
+// connection disconnects, and a connection whose identifier Disconnect freed stays open
+// for its statement and closes with it.
+TEST(Shutdown, WhileWaitingEverythingIsReleased) {
   Db db;
   odbc::TempDir dir;
-  const std::string ta = dir.file("a.trace"), tb = dir.file("b.trace");
+  const std::string ta = dir.file("a.trace"), tb = dir.file("b.trace"), tc = dir.file("c.trace");
   Server srv;
   int a = srv.connect_ok(db.fault("", ta));
   int b = srv.connect_ok(db.fault("", tb));
+  srv.connect_ok(db.fault("", tc));
   ASSERT_EQ(srv.status("OpenStatement", {Arg::integer(a), Arg::int_var(0)}), 0);
+  ASSERT_EQ(srv.status("OpenStatement", {Arg::integer(b), Arg::int_var(0)}), 0);
   EXPECT_EQ(srv.status("Disconnect", {Arg::integer(a)}), qz::kOk);
   EXPECT_EQ(index_of(trace_of(ta), "SQLDisconnect"), -1) << "closed while its statement is open";
   srv.stop_cleanly();
-  std::vector<std::string> calls = trace_of(ta);
-  long freed = index_of(calls, "SQLFreeHandle"), closed = index_of(calls, "SQLDisconnect");
-  EXPECT_GE(freed, 0) << testing::PrintToString(calls);
-  EXPECT_GT(closed, freed) << testing::PrintToString(calls);
-  EXPECT_GE(index_of(trace_of(tb), "SQLDisconnect"), 0) << testing::PrintToString(trace_of(tb));
-  (void)b;
+  for (const std::string &t : {ta, tb}) {
+    std::vector<std::string> calls = trace_of(t);
+    long freed = index_of(calls, "SQLFreeHandle"), closed = index_of(calls, "SQLDisconnect");
+    EXPECT_GE(freed, 0) << testing::PrintToString(calls);
+    EXPECT_GT(closed, freed) << testing::PrintToString(calls);
+  }
+  EXPECT_GE(index_of(trace_of(tc), "SQLDisconnect"), 0) << testing::PrintToString(trace_of(tc));
 }
 
 TEST(Shutdown, PostgresSessionsAreGoneAfterTheServerExits) {
