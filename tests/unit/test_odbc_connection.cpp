@@ -4,7 +4,6 @@
 #include <gtest/gtest.h>
 
 #include <string>
-#include <vector>
 
 #include "bridge.hpp"
 #include "log_sink.hpp"
@@ -13,23 +12,12 @@
 
 namespace {
 
+// The informational record the SQLite driver leaves for an option it does not know.
 struct Rec {
   std::string message, state;
   int native;
-  bool operator==(const Rec &) const = default;
 };
-
-std::ostream &operator<<(std::ostream &os, const Rec &r) {
-  return os << "{\"" << r.message << "\", " << r.state << ", " << r.native << "}";
-}
-
-// Reads the whole queue through next_odbc_error (which frees each record on the next call).
-std::vector<Rec> drain() {
-  std::vector<Rec> out;
-  while (odbc_error *e = next_odbc_error())
-    out.push_back(Rec{e->message, e->sqlstate, static_cast<int>(e->native)});
-  return out;
-}
+const Rec kInfo{"[SQLite]option value changed", "01S02", -1};
 
 class Connection : public ::testing::Test {
  protected:
@@ -58,8 +46,6 @@ class Connection : public ::testing::Test {
   std::string dir;
   connection *conn = nullptr;
 };
-
-const Rec kInfo{"[SQLite]option value changed", "01S02", -1};
 
 TEST_F(Connection, ErrQueuesAndLogsInformationAndReturnsSuccess) {
   EXPECT_EQ(conn->refcnt, 1u);
@@ -97,43 +83,29 @@ TEST_F(Connection, ErrQueuesAndLogsInformationAndReturnsSuccess) {
   EXPECT_EQ(odbc_errors.count, 0);
 }
 
-TEST_F(Connection, QueueIsReadOldestFirstStatementLevelLeading) {
+// The order of the levels is checked through the server on both drivers; here: a
+// statement's release is reported quietly, and the record handed out stays valid until
+// the next read.
+TEST_F(Connection, StatementReleaseKeepsTheQueueAndReadRecordsStayValid) {
   EXPECT_EQ(next_odbc_error(), nullptr);
   stmt *s = nullptr;
   ASSERT_EQ(new_statement(conn, &s), qz::kOk);
   ASSERT_EQ(setup_statement(s), 0);
   ASSERT_NE(s->hstmt, nullptr);
-  leave_info();
-  SQLTransact(conn->henv, SQL_NULL_HDBC, 99);  // S1012 on the environment
-  SQLRETURN rc = SQLExecDirect(s->hstmt, (SQLCHAR *)"SELEC 1", SQL_NTS);
-  EXPECT_EQ(conn->methods->err(nullptr, s, rc, 0, __FILE__, __LINE__), SQL_ERROR);
-  EXPECT_EQ(last_odbc_error()->native, 0);
-  EXPECT_EQ(drain(),
-            (std::vector<Rec>{
-                {"[SQLite]near \"SELEC\": syntax error (1)", "S1000", 1},
-                kInfo,
-                {"[unixODBC][Driver Manager]Invalid transaction operation code", "S1012", 0},
-            }));
-  EXPECT_EQ(odbc_errors.count, 0);
-  EXPECT_EQ(curr_odbc_error, nullptr);
-
-  // drop_statement reports the release quietly: a queued record survives it.
-  leave_info();
-  conn->methods->err(conn, nullptr, SQL_SUCCESS_WITH_INFO, 0, __FILE__, __LINE__);
+  conn->methods->err(conn, nullptr, leave_info(), 0, __FILE__, __LINE__);
   ASSERT_EQ(odbc_errors.count, 1);
   s->flags = STMT_PREPARED;
   drop_statement(s);
   EXPECT_EQ(s->hstmt, nullptr);
   EXPECT_EQ(s->flags, 0u);
   EXPECT_EQ(odbc_errors.count, 1);
-  // The record handed out stays valid until the next call; emptying the queue forgets it.
   odbc_error *e = next_odbc_error();
   ASSERT_NE(e, nullptr);
   EXPECT_EQ(curr_odbc_error, e);
   EXPECT_STREQ(e->message, kInfo.message.c_str());
-  cleanup_odbc_errors();
-  EXPECT_EQ(curr_odbc_error, nullptr);
-  EXPECT_EQ(next_odbc_error(), nullptr);
+  EXPECT_EQ(e->native, kInfo.native);
+  EXPECT_EQ(next_odbc_error(), nullptr);  // frees the record handed out before
+  EXPECT_EQ(odbc_errors.count, 0);
   s->methods->drop(&s);
   EXPECT_EQ(conn->refcnt, 1u);
 }
