@@ -177,4 +177,30 @@ class Session {
   std::vector<std::size_t> arg_data_;  // offset of each argument's data in the last call
 };
 
+// ---- packed rows ------------------------------------------------------------------
+// Fetch returns a row as entries followed by one '$':
+//   'N' or 'X', name, '~', number, '~', value length, '~', exactly that many value bytes
+// The value is taken by its length, never scanned, so it may hold any byte ('~' and '$'
+// included).
+
+struct PackedEntry {
+  bool numeric = false;     // lead byte 'N' (a number's text) rather than 'X' (text)
+  std::string name;         // bytes between the lead byte and the first '~'
+  std::int32_t number = 0;  // the number field
+  std::string value;        // the value bytes
+};
+
+struct PackedRow {
+  std::vector<PackedEntry> entries;  // the entries read, in order
+  std::string error;                 // empty for a well-formed row; else what is wrong
+  std::size_t error_offset = 0;      // where the malformed part starts
+  bool ok() const { return error.empty(); }
+};
+
+// Splits a packed row. Malformed input (a bad lead byte, a number that is not a signed
+// 32-bit decimal, a length past the end, a missing terminator or bytes after it) gives an
+// error; the entries before the fault are kept (a row cut short by a full buffer thus
+// reads as its complete entries plus the error "no terminator").
+PackedRow read_packed_row(std::string_view text);
+
 }  // namespace qz::client

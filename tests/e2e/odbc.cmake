@@ -6,3 +6,16 @@ find_library(QZ_ODBC_LIBRARY odbc REQUIRED)
 qz_e2e_test(test_odbc_env SOURCES test_odbc_env.cpp LIBS ${QZ_ODBC_LIBRARY}
             FIXTURES ${QZ_PG_FIXTURE})
 add_dependencies(test_odbc_env qzfaultodbc qzodbcinterpose)
+
+# qzodbc-test: qzodbc's function table plus rows that only tests use (allocation failures,
+# options read back, a statement with diagnostics on every handle level).
+add_executable(qzodbc-test odbc_test_funcs.cpp)
+target_link_libraries(qzodbc-test PRIVATE qzbridge)
+
+# Connections, diagnostics, settings and shutdown through the real servers.
+qz_e2e_test(test_connections SOURCES test_connections.cpp
+            ENV QZ_SERVER_ODBC_TEST=$<TARGET_FILE:qzodbc-test>
+            FIXTURES ${QZ_PG_FIXTURE})
+target_include_directories(test_connections PRIVATE ${PROJECT_SOURCE_DIR}/dll/odbc
+                                                    ${PROJECT_SOURCE_DIR}/support)
+add_dependencies(test_connections qzodbc qzodbc-test qzfaultodbc qzodbcinterpose)

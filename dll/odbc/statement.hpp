@@ -1,0 +1,109 @@
+// The statement object: one ODBC statement handle of one connection, its result columns
+// and parameters (both described by the column record), and its method table stmt_m.
+// This module owns the statement's life: creation, the reference it holds on its
+// connection, the check that the connection is still the one it was made on, allocating
+// the handle and emptying the statement.
+#pragma once
+
+#include <sql.h>
+#include <sqlext.h>
+
+#include "connection.hpp"
+
+struct stmt_m;
+
+// Bits of stmt::flags.
+enum : unsigned {
+  STMT_PREPARED = 1u,     // SQLPrepare succeeded
+  STMT_FETCHED = 2u,      // a row has been fetched into the column buffers
+  STMT_END_OF_DATA = 4u,  // SQLFetch reported that no more rows exist
+};
+
+// A result column (rset) or a parameter (params).
+struct column {
+  char *title;           // column name as described, in HP Roman-8, owned; null in a parameter
+  char *varname;         // variable name derived from the title, owned; null in a parameter
+  SQLSMALLINT ctype;     // C type of the bound buffer: SQL_C_CHAR, _LONG, _DOUBLE, _DATE,
+                         // _TIME or _TIMESTAMP
+  unsigned precision;    // column size as described or assumed
+  SQLSMALLINT scale;     // decimal digits as described (0 where assumed)
+  SQLSMALLINT nullable;  // nullability as described (1 where assumed)
+  void *data;            // the value buffer bound to ODBC, owned; null: not bound
+  int size;              // byte size of data
+  SQLLEN len_ind;        // length/indicator: SQL_NULL_DATA, SQL_NTS or the byte length
+  unsigned mapped;       // bit 0: the fetched text in data is already in HP Roman-8
+};
+
+// A statement. Allocated zero-filled by new_statement; holders share it through refcnt.
+struct stmt {
+  unsigned flags;                // STMT_PREPARED, STMT_FETCHED, STMT_END_OF_DATA
+  unsigned refcnt;               // number of holders; 1 after new_statement
+  unsigned stmt_no;              // number of the statement on its connection
+  connection *conn;              // the owning connection (one reference); null before attach
+  unsigned conn_generation;      // the connection's generation at attach
+  SQLHSTMT hstmt;                // statement handle; null while none is allocated
+  column *rset;                  // result columns, owned; element 0 is column 1
+  int num_columns;               // number of result columns
+  column *params;                // parameters, owned; element 0 is parameter 1
+  int num_params;                // number of parameter markers
+  const struct stmt_m *methods;  // the method table
+};
+
+// The operations of a statement, in slot order. Column and parameter numbers are 1-based;
+// texts passed in come with their length and need no terminator. Every slot but drop
+// takes the statement first.
+struct stmt_m {
+  void (*attach)(stmt *s, connection *conn);  // ties a statement without connection to conn
+  void (*drop)(stmt **stmt_p);                // releases the holder's reference, nulls its pointer
+  int (*prepare)(stmt *s, const char *sql, int sql_len);
+  int (*execute)(stmt *s);
+  int (*execdirect)(stmt *s, const char *sql, int sql_len);
+  int (*tables)(stmt *s, const char *qual, int qual_len, const char *owner, int owner_len,
+                const char *name, int name_len, const char *type, int type_len);
+  int (*columns)(stmt *s, const char *qual, int qual_len, const char *owner, int owner_len,
+                 const char *name, int name_len, const char *column, int column_len);
+  int (*fetch)(stmt *s);
+  int (*column_TITLE)(stmt *s, int col, char **text);
+  int (*column_VARNAME)(stmt *s, int col, char **text);
+  int (*column_TYPE)(stmt *s, int col, int *type);
+  int (*column_SETTYPE)(stmt *s, int col, int type);
+  int (*column_PRECISION)(stmt *s, int col, int *precision);
+  int (*column_SCALE)(stmt *s, int col, int *scale);
+  int (*column_NULLABLE)(stmt *s, int col, int *nullable);
+  int (*param_TYPE)(stmt *s, int par, int *type);
+  int (*param_PRECISION)(stmt *s, int par, int *precision);
+  int (*param_SCALE)(stmt *s, int par, int *scale);
+  int (*param_NULLABLE)(stmt *s, int par, int *nullable);
+  int (*isnull)(stmt *s, int col, int *result);
+  int (*getdata_STRING)(stmt *s, int col, char **text);
+  int (*getdata_INT)(stmt *s, int col, int *value);
+  int (*getdata_DOUBLE)(stmt *s, int col, double *value);
+  int (*setparam_NULL)(stmt *s, int par);
+  int (*setparam_STRING)(stmt *s, int par, const char *text, int len);
+  int (*setparam_INT)(stmt *s, int par, int value);
+  int (*setparam_DOUBLE)(stmt *s, int par, double value);
+  int (*rowcount)(stmt *s, int *count);
+};
+
+// The one method table of all statements.
+extern const struct stmt_m stmt_m;
+
+// Makes a statement with refcnt 1, attaches it to conn when conn is given and stores it
+// at *stmt_p. 0, or 2 (logged) when the record cannot be allocated (*stmt_p unchanged).
+int new_statement(connection *conn, stmt **stmt_p);
+
+// 0 when the statement's connection is usable (present, connected, same generation);
+// otherwise empties the statement (drop_statement) and returns -1.
+int verify_connection(stmt *s);
+
+// Allocates the handle of a fresh statement (clearing the state bits first). 0, or -1 when
+// SQLAllocStmt fails (its diagnostics queued); callers turn -1 into 1110.
+int setup_statement(stmt *s);
+
+// Frees the handle (reported quietly: the queue keeps the diagnostics of the failure that
+// led here), the result columns and the parameters, and clears the state bits.
+void drop_statement(stmt *s);
+
+// Free the result column array, respectively the parameter array, with what they own.
+void cleanup_result(stmt *s);
+void cleanup_params(stmt *s);
