@@ -1,0 +1,319 @@
+// qzcall: the command line (options, subcommands run and sql), finding the server next to
+// this program, and starting it as the interpreter does. Exit status: 0, 1 for a failed
+// call or SQL, 2 for bad usage.
+#include <limits.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <fstream>
+#include <iostream>
+#include <iterator>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "qzclient.hpp"
+#include "runner.hpp"
+#include "script.hpp"
+#include "sql_shell.hpp"
+
+namespace {
+
+using qz::client::Layout;
+using qz::client::Options;
+using qz::client::Session;
+
+constexpr int kExitUsage = 2;
+
+constexpr const char *kUsage =
+    "Usage: qzcall [OPTIONS] run FILE|-\n"
+    "       qzcall [OPTIONS] sql [SQL-OPTIONS] CONNSTR|DSN\n"
+    "\n"
+    "Starts the qzodbc server and talks to it as the interpreter does.\n"
+    "\n"
+    "  run FILE    runs a script of calls (- reads standard input)\n"
+    "  sql CONN    connects and runs SQL and backslash commands\n"
+    "\n"
+    "Options:\n"
+    "  --server PATH      the server to start (default: qzodbc next to qzcall, then PATH)\n"
+    "  --layout 32|64     call block layout (default: this build's word size)\n"
+    "  --timeout SECONDS  longest wait for one call (default 30; 0: no limit)\n"
+    "  --launcher CMD     start the server through CMD, e.g. qemu-i386\n"
+    "  -h, --help         this text\n"
+    "  -V, --version      qzcall's version\n"
+    "\n"
+    "SQL options:\n"
+    "  -e, --execute TEXT       run TEXT (SQL or a \\command) instead of reading input;\n"
+    "                           may be repeated\n"
+    "  -F, --format table|csv|packed   how result rows print (default table)\n"
+    "  -k, --keep-going         go on after a failing command (batch input)\n"
+    "  --encoding utf-8|latin1|roman8  the terminal's text (default utf-8)\n"
+    "  --log FILE               the server's log to FILE (console: standard error)\n"
+    "  --log-flags FLAGS        log flags (default O2 with --log)\n"
+    "  --trace N                the server's call trace level on standard error\n"
+    "  --no-history             do not read or write ~/.qzcall_history\n"
+    "\n"
+    "Script notation (run): one call a line, # starts a comment.\n"
+    "  NAME ARG ARG ...  [-> STATUS]\n"
+    "  42  -7            integers (32-bit)\n"
+    "  2.5  0.1  1e-3    reals, exact as written (16 significant figures)\n"
+    "  \"text\"            strings; escapes \\\\ \\\" \\n \\t \\r \\0 \\xNN (any byte,\n"
+    "                    e.g. Roman-8 \\xC5)\n"
+    "  [1, 2, 3]         arrays of one type (by value)\n"
+    "  $id               a variable, passed by reference; first use fixes its type:\n"
+    "                    $id (integer 0), $x=2.5 (real), $a=[0,0] (array),\n"
+    "                    $s:80 (string of capacity 80), $s:80=\"ab\", $s=\"ab\" (capacity 2)\n"
+    "  $id=5             assigns before the call (the type stays)\n"
+    "  ($id)             passes the variable's value instead of the variable\n"
+    "  -> 8              the status the call should return (0 when not given)\n"
+    "Each call prints \"CALL -> STATUS\" and the variables it changed; packed rows are\n"
+    "also shown entry by entry. The exit status is 1 when a call returned another status\n"
+    "than expected.\n";
+
+int usage_error(const std::string &message) {
+  std::fprintf(stderr, "qzcall: %s\nTry 'qzcall --help' for more information.\n", message.c_str());
+  return kExitUsage;
+}
+
+bool executable(const std::string &path) {
+  return access(path.c_str(), X_OK) == 0;
+}
+
+std::string self_dir() {
+  char buf[PATH_MAX];
+  ssize_t n = readlink("/proc/self/exe", buf, sizeof buf - 1);
+  if (n <= 0) return "";
+  std::string p(buf, static_cast<std::size_t>(n));
+  return p.substr(0, p.rfind('/'));
+}
+
+std::string search_path(const std::string &name) {
+  const char *path = std::getenv("PATH");
+  std::istringstream in(path ? path : "");
+  for (std::string dir; std::getline(in, dir, ':');) {
+    std::string p = (dir.empty() ? "." : dir) + "/" + name;
+    if (executable(p)) return p;
+  }
+  return "";
+}
+
+// The server: --server as given (searched in PATH without a '/'), else the qzodbc installed
+// next to qzcall (bin/), else the one of the build tree (tools/../dll), else PATH.
+bool find_server(const std::string &given, std::string &out) {
+  if (!given.empty()) {
+    out = given.find('/') == std::string::npos ? search_path(given) : given;
+    if (out.empty() || !executable(out)) {
+      std::fprintf(stderr,
+                   "qzcall: the server '%s' is not an executable program; give the path of "
+                   "qzodbc with --server PATH\n",
+                   given.c_str());
+      return false;
+    }
+    return true;
+  }
+  std::string dir = self_dir();
+  for (const std::string &p : {dir + "/qzodbc", dir + "/../dll/qzodbc"}) {
+    if (!dir.empty() && executable(p)) {
+      out = p;
+      return true;
+    }
+  }
+  out = search_path("qzodbc");
+  if (out.empty()) {
+    std::fprintf(stderr,
+                 "qzcall: cannot find the qzodbc server next to qzcall (%s) or in PATH; give "
+                 "its path with --server PATH\n",
+                 dir.c_str());
+    return false;
+  }
+  return true;
+}
+
+bool read_all(const std::string &file, std::string &out) {
+  if (file == "-") {
+    out.assign(std::istreambuf_iterator<char>(std::cin.rdbuf()), {});
+    return true;
+  }
+  std::ifstream in(file, std::ios::binary);
+  if (!in) return false;
+  out.assign(std::istreambuf_iterator<char>(in), {});
+  return !in.bad();
+}
+
+// Reports a server that ended badly when stopped; true when it stopped cleanly.
+bool stop_server(Session &s) {
+  qz::client::ExitInfo e = s.stop();
+  if (e.exited && e.code == 0) return true;
+  std::fprintf(stderr, "qzcall: the server %s\n", e.describe().c_str());
+  return false;
+}
+
+// An option's value: the next word, or after '=' in --name=value.
+bool option_value(int argc, char **argv, int &i, const std::string &name, std::string &value) {
+  std::string a = argv[i];
+  if (a == name) {
+    if (i + 1 >= argc) return false;
+    value = argv[++i];
+    return true;
+  }
+  value = a.substr(name.size() + 1);
+  return true;
+}
+
+bool is_option(const std::string &a, const std::string &name) {
+  return a == name || a.rfind(name + "=", 0) == 0;
+}
+
+}  // namespace
+
+int main(int argc, char **argv) {
+  qz::client::block_call_signal();
+  std::string server, launcher;
+  Options opt;
+  opt.capture_stderr = false;  // the server's trace and log go to our standard error
+  int i = 1;
+  std::string v;
+  for (; i < argc && argv[i][0] == '-' && argv[i][1]; ++i) {
+    std::string a = argv[i];
+    if (a == "-h" || a == "--help") {
+      std::fputs(kUsage, stdout);
+      return 0;
+    }
+    if (a == "-V" || a == "--version") {
+      std::printf("qzcall %s\n", QZ_VERSION);
+      return 0;
+    }
+    if (is_option(a, "--server")) {
+      if (!option_value(argc, argv, i, "--server", server))
+        return usage_error("--server needs a path");
+    } else if (is_option(a, "--launcher")) {
+      if (!option_value(argc, argv, i, "--launcher", launcher))
+        return usage_error("--launcher needs a command, e.g. --launcher qemu-i386");
+      std::istringstream in(launcher);
+      opt.launcher.clear();
+      for (std::string w; in >> w;)
+        opt.launcher.push_back(w);
+    } else if (is_option(a, "--layout")) {
+      if (!option_value(argc, argv, i, "--layout", v) || (v != "32" && v != "64"))
+        return usage_error("--layout takes 32 or 64");
+      opt.layout = v == "64" ? Layout::bits64 : Layout::bits32;
+    } else if (is_option(a, "--timeout")) {
+      char *end = nullptr;
+      double secs = -1;
+      if (option_value(argc, argv, i, "--timeout", v)) secs = std::strtod(v.c_str(), &end);
+      if (secs < 0 || !end || *end || v.empty() || secs > 1e7)
+        return usage_error("--timeout takes a number of seconds (0: wait without limit)");
+      opt.timeout = std::chrono::milliseconds(
+          secs == 0 ? 1000LL * 3600 * 24 * 365 : static_cast<long long>(secs * 1000 + 0.5));
+    } else {
+      return usage_error("unknown option " + a);
+    }
+  }
+  if (i >= argc) return usage_error("say what to do: run FILE or sql CONNSTR");
+  std::string cmd = argv[i++];
+
+  if (cmd == "run") {
+    if (i >= argc) return usage_error("run needs a script file (- for standard input)");
+    if (i + 1 < argc)
+      return usage_error("run takes one script file; unexpected " + std::string(argv[i + 1]));
+    std::string file = argv[i], text;
+    if (!read_all(file, text)) {
+      std::fprintf(stderr, "qzcall: cannot read %s: %s\n", file.c_str(), std::strerror(errno));
+      return kExitUsage;
+    }
+    qz::call::Script script;
+    qz::call::ParseError err;
+    if (!qz::call::parse_script(text, script, err)) {
+      std::fprintf(stderr, "%s:%d:%d: error: %s\n", file == "-" ? "<stdin>" : file.c_str(),
+                   err.line, err.col, err.message.c_str());
+      // The line and a caret under the column.
+      std::istringstream in(text);
+      std::string line;
+      for (int n = 0; n < err.line && std::getline(in, line); ++n) {
+      }
+      std::string caret;
+      for (int k = 0; k + 1 < err.col && k < static_cast<int>(line.size()); ++k)
+        caret += line[static_cast<std::size_t>(k)] == '\t' ? '\t' : ' ';
+      std::fprintf(stderr, "  %s\n  %s^\n", line.c_str(), caret.c_str());
+      return kExitUsage;
+    }
+    if (!find_server(server, opt.server)) return kExitUsage;
+    opt.segment_size = qz::call::segment_bytes(script);
+    Session s;
+    if (!s.start(opt)) {
+      std::fprintf(stderr, "qzcall: %s\n", s.error().c_str());
+      return 1;
+    }
+    int status = qz::call::run_script(s, script, stdout);
+    std::fflush(stdout);
+    if (!stop_server(s)) status = 1;
+    return status;
+  }
+
+  if (cmd == "sql") {
+    qz::call::SqlOptions so;
+    for (; i < argc && argv[i][0] == '-' && argv[i][1]; ++i) {
+      std::string a = argv[i];
+      if (a == "-e" || is_option(a, "--execute")) {
+        if (!option_value(argc, argv, i, a == "-e" ? "-e" : "--execute", v))
+          return usage_error(a + " needs the text to run");
+        so.execute.push_back(v);
+      } else if (a == "-F" || is_option(a, "--format")) {
+        if (!option_value(argc, argv, i, a == "-F" ? "-F" : "--format", v) ||
+            (v != "table" && v != "csv" && v != "packed"))
+          return usage_error("--format takes table, csv or packed");
+        so.format = v == "table" ? qz::call::OutputFormat::table
+                    : v == "csv" ? qz::call::OutputFormat::csv
+                                 : qz::call::OutputFormat::packed;
+      } else if (a == "-k" || a == "--keep-going") {
+        so.keep_going = true;
+      } else if (a == "--no-history") {
+        so.history = false;
+      } else if (is_option(a, "--encoding")) {
+        if (!option_value(argc, argv, i, "--encoding", v) ||
+            (v != "utf-8" && v != "utf8" && v != "latin1" && v != "roman8"))
+          return usage_error("--encoding takes utf-8, latin1 or roman8");
+        so.encoding = v == "latin1"   ? qz::call::Encoding::latin1
+                      : v == "roman8" ? qz::call::Encoding::roman8
+                                      : qz::call::Encoding::utf8;
+      } else if (is_option(a, "--log")) {
+        if (!option_value(argc, argv, i, "--log", so.log_file) || so.log_file.empty())
+          return usage_error("--log needs a file name (console for standard error)");
+      } else if (is_option(a, "--log-flags")) {
+        if (!option_value(argc, argv, i, "--log-flags", so.log_flags))
+          return usage_error("--log-flags needs flags, e.g. O2");
+      } else if (is_option(a, "--trace")) {
+        char *end = nullptr;
+        long n = -1;
+        if (option_value(argc, argv, i, "--trace", v)) n = std::strtol(v.c_str(), &end, 10);
+        if (n < 0 || n > 100 || !end || *end || v.empty())
+          return usage_error("--trace takes a level, 0 to 4");
+        so.trace = static_cast<int>(n);
+      } else {
+        return usage_error("unknown sql option " + a);
+      }
+    }
+    if (i >= argc)
+      return usage_error(
+          "sql needs a connection string (e.g. \"Driver={SQLite3};Database=x.db\") "
+          "or a data source name");
+    if (i + 1 < argc)
+      return usage_error("sql takes one connection string; put SQL after -e or on standard input");
+    so.connstr = argv[i];
+    if (!find_server(server, opt.server)) return kExitUsage;
+    Session s;
+    if (!s.start(opt)) {
+      std::fprintf(stderr, "qzcall: %s\n", s.error().c_str());
+      return 1;
+    }
+    int status = qz::call::run_sql(s, so);
+    std::fflush(stdout);
+    if (!stop_server(s)) status = 1;
+    return status;
+  }
+
+  return usage_error("unknown command '" + cmd + "': run FILE or sql CONNSTR");
+}

@@ -1,0 +1,638 @@
+// The call script notation: parser (line by line, errors with line and column) and the
+// exact text forms of values. Reals are read and written through the decimal library,
+// never through a binary double, so 0.1 stays 0.1.
+#include "script.hpp"
+
+#include <cstring>
+#include <map>
+
+#include "qzmath.h"
+
+namespace qz::call {
+
+using client::Decimal;
+using client::kInteger;
+using client::kReal;
+using client::kString;
+
+std::size_t Value::count() const {
+  return type == kInteger ? ints.size() : type == kReal ? reals.size() : strings.size();
+}
+
+bool Value::operator==(const Value &o) const {
+  if (type != o.type || array != o.array || count() != o.count()) return false;
+  if (type == kInteger) return ints == o.ints;
+  if (type == kString) return strings == o.strings;
+  for (std::size_t k = 0; k < reals.size(); ++k)
+    if (std::memcmp(reals[k].bytes, o.reals[k].bytes, sizeof reals[k].bytes) != 0) return false;
+  return true;
+}
+
+// ---- text forms -----------------------------------------------------------------------
+
+std::string quote(std::string_view bytes) {
+  static const char hex[] = "0123456789ABCDEF";
+  std::string out = "\"";
+  for (unsigned char c : bytes) {
+    switch (c) {
+      case '"':
+        out += "\\\"";
+        break;
+      case '\\':
+        out += "\\\\";
+        break;
+      case '\n':
+        out += "\\n";
+        break;
+      case '\t':
+        out += "\\t";
+        break;
+      case '\r':
+        out += "\\r";
+        break;
+      default:
+        if (c >= 0x20 && c < 0x7f) {
+          out += static_cast<char>(c);
+        } else {
+          out += "\\x";
+          out += hex[c >> 4];
+          out += hex[c & 15];
+        }
+    }
+  }
+  return out + "\"";
+}
+
+std::string format_decimal(const Decimal &d) {
+  t_DECIMAL t;
+  std::memcpy(&t, d.bytes, sizeof t);
+  if (t.dec_pos == DEC_POS_NULL) return "null";
+  std::string sign = t.dec_pos == DEC_POS_NEGATIVE ? "-" : "";
+  if (t.dec_ndgts == 0) return sign + "0.0";
+  bool malformed = t.dec_pos > DEC_POS_POSITIVE || t.dec_ndgts < 0 ||
+                   t.dec_ndgts > DEC_MAX_DIGITS || t.dec_dgts[0] == 0;
+  for (int k = 0; !malformed && k < t.dec_ndgts; ++k)
+    malformed = t.dec_dgts[k] > 99;
+  if (malformed) {
+    // Not a record the library makes: show its bytes rather than a made-up number.
+    std::string out = "malformed(";
+    static const char hex[] = "0123456789ABCDEF";
+    for (unsigned char b : d.bytes) {
+      out += hex[b >> 4];
+      out += hex[b & 15];
+    }
+    return out + ")";
+  }
+  // Value = 0.D x 10^point, D the decimal figures of the base-100 digits.
+  std::string digits;
+  for (int k = 0; k < t.dec_ndgts; ++k) {
+    digits += static_cast<char>('0' + t.dec_dgts[k] / 10);
+    digits += static_cast<char>('0' + t.dec_dgts[k] % 10);
+  }
+  int point = 2 * t.dec_exp;
+  if (digits[0] == '0') {
+    digits.erase(0, 1);
+    --point;
+  }
+  while (digits.size() > 1 && digits.back() == '0')
+    digits.pop_back();
+  int n = static_cast<int>(digits.size());
+  std::string out;
+  if (point > 0 && point <= 21) {
+    if (n <= point)
+      out = digits + std::string(static_cast<std::size_t>(point - n), '0') + ".0";
+    else
+      out = digits.substr(0, static_cast<std::size_t>(point)) + "." +
+            digits.substr(static_cast<std::size_t>(point));
+  } else if (point <= 0 && point > -6) {
+    out = "0." + std::string(static_cast<std::size_t>(-point), '0') + digits;
+  } else {
+    int e = point - 1;
+    out = digits.substr(0, 1) + "." + (n > 1 ? digits.substr(1) : "0") + "e" + (e < 0 ? "-" : "+") +
+          std::to_string(e < 0 ? -e : e);
+  }
+  return sign + out;
+}
+
+namespace {
+
+bool is_digit(char c) {
+  return c >= '0' && c <= '9';
+}
+
+// The literal forms the notation accepts for reals: sign, figures with at most one point,
+// an optional exponent with figures.
+bool real_form(std::string_view s) {
+  std::size_t i = 0, n = s.size();
+  if (i < n && (s[i] == '+' || s[i] == '-')) ++i;
+  std::size_t figures = 0;
+  while (i < n && is_digit(s[i]))
+    ++i, ++figures;
+  if (i < n && s[i] == '.') {
+    ++i;
+    while (i < n && is_digit(s[i]))
+      ++i, ++figures;
+  }
+  if (figures == 0) return false;
+  if (i < n && (s[i] == 'e' || s[i] == 'E')) {
+    ++i;
+    if (i < n && (s[i] == '+' || s[i] == '-')) ++i;
+    std::size_t e = 0;
+    while (i < n && is_digit(s[i]))
+      ++i, ++e;
+    if (e == 0) return false;
+  }
+  return i == n;
+}
+
+}  // namespace
+
+bool parse_decimal(std::string_view text, Decimal &out, std::string &why) {
+  if (!real_form(text)) {
+    why = "not a number";
+    return false;
+  }
+  t_DECIMAL t;
+  int rc = deccvasc(text.data(), static_cast<int>(text.size()), &t);
+  if (rc == DEC_E_OVERFLOW || rc == DEC_E_BADEXP) {
+    why = "too large for a real (the largest is about 1e126)";
+    return false;
+  }
+  if (rc == DEC_E_UNDERFLOW) {
+    why = "too small for a real (the smallest is about 1e-128); write 0.0 for zero";
+    return false;
+  }
+  if (rc != 0) {
+    why = "not a number";
+    return false;
+  }
+  std::memcpy(out.bytes, &t, sizeof out.bytes);
+  return true;
+}
+
+std::string format_value(const Value &v) {
+  std::string out;
+  for (std::size_t k = 0; k < v.count(); ++k) {
+    if (k) out += ", ";
+    if (v.type == kInteger)
+      out += std::to_string(v.ints[k]);
+    else if (v.type == kReal)
+      out += format_decimal(v.reals[k]);
+    else
+      out += quote(v.strings[k]);
+  }
+  return v.array ? "[" + out + "]" : out;
+}
+
+// ---- parser ---------------------------------------------------------------------------
+
+namespace {
+
+constexpr const char *kArgForms =
+    "an argument is a number (42, -7, 2.5, 1e3), a \"string\", an [array], a $variable or "
+    "($variable) for its value";
+
+bool is_name_start(char c) {
+  return (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z') || c == '_';
+}
+bool is_name_char(char c) {
+  return is_name_start(c) || is_digit(c);
+}
+
+std::string show_char(char c) {
+  unsigned char u = static_cast<unsigned char>(c);
+  if (u >= 0x20 && u < 0x7f) return std::string("'") + c + "'";
+  return "byte " + quote(std::string(1, c)).substr(1, 4);
+}
+
+class LineParser {
+ public:
+  LineParser(std::string_view line, int lineno, Script &script, std::map<std::string, int> &vars,
+             ParseError &err)
+      : s_(line), lineno_(lineno), script_(script), vars_(vars), err_(err) {}
+
+  bool parse() {
+    skip_blanks();
+    if (at_end()) return true;  // blank or comment line
+    std::size_t start = i_;
+    CallSpec call;
+    call.line = lineno_;
+    if (!is_name_start(s_[i_]))
+      return fail(
+          i_, "a line starts with a function name (or # for a comment), not " + show_char(s_[i_]));
+    while (i_ < s_.size() && is_name_char(s_[i_]))
+      ++i_;
+    call.name = std::string(s_.substr(start, i_ - start));
+    std::size_t text_end = i_;
+    bool need_sep = true;  // between arguments: blanks or a comma
+    for (;;) {
+      std::size_t before = i_;
+      skip_blanks();
+      bool had_blank = i_ > before;
+      if (at_end()) break;
+      if (s_.compare(i_, 2, "->") == 0) {
+        if (!expectation(call)) return false;
+        break;
+      }
+      if (s_[i_] == ',') {
+        if (call.args.empty() || !need_sep)
+          return fail(i_, "a comma stands only between two arguments");
+        ++i_;
+        need_sep = false;
+        continue;
+      }
+      if (need_sep && !had_blank) return fail(i_, "put a blank or a comma between arguments");
+      ArgSpec a;
+      if (!argument(a)) return false;
+      call.args.push_back(std::move(a));
+      text_end = i_;
+      need_sep = true;
+    }
+    call.text = std::string(s_.substr(start, text_end - start));
+    script_.calls.push_back(std::move(call));
+    return true;
+  }
+
+ private:
+  bool at_end() const { return i_ >= s_.size() || s_[i_] == '#'; }
+  void skip_blanks() {
+    while (i_ < s_.size() && (s_[i_] == ' ' || s_[i_] == '\t'))
+      ++i_;
+  }
+  bool fail(std::size_t at, std::string message) {
+    err_.line = lineno_;
+    err_.col = static_cast<int>(at) + 1;
+    err_.message = std::move(message);
+    return false;
+  }
+  // Characters that end a number or a name.
+  bool is_delim(char c) const {
+    return c == ' ' || c == '\t' || c == ',' || c == ']' || c == ')' || c == '#';
+  }
+
+  bool expectation(CallSpec &call) {
+    i_ += 2;
+    skip_blanks();
+    std::size_t at = i_;
+    Value v;
+    if (at_end() || !number(v) || v.type != kInteger)
+      return fail(at, "after -> comes the status the call should return, an integer");
+    call.has_expect = true;
+    call.expect = v.ints[0];
+    skip_blanks();
+    if (!at_end()) return fail(i_, "nothing but a # comment may follow the expected status");
+    return true;
+  }
+
+  bool number(Value &v) {
+    std::size_t start = i_;
+    while (i_ < s_.size() && !is_delim(s_[i_]))
+      ++i_;
+    std::string_view tok = s_.substr(start, i_ - start);
+    std::size_t k = tok.size() && (tok[0] == '-' || tok[0] == '+') ? 1 : 0;
+    bool integer = k < tok.size();
+    for (std::size_t j = k; j < tok.size(); ++j)
+      integer = integer && is_digit(tok[j]);
+    v = Value{};
+    if (integer) {
+      long long x = 0;
+      bool neg = tok[0] == '-';
+      for (std::size_t j = k; j < tok.size() && x <= 1LL << 32; ++j)
+        x = x * 10 + (tok[j] - '0');
+      if (neg) x = -x;
+      if (x < INT32_MIN || x > INT32_MAX)
+        return fail(start, "integer " + std::string(tok) +
+                               " is outside the 32-bit range; write a real (" + std::string(tok) +
+                               ".0) if a real is meant");
+      v.type = kInteger;
+      v.ints = {static_cast<std::int32_t>(x)};
+      return true;
+    }
+    Decimal d;
+    std::string why;
+    if (!parse_decimal(tok, d, why)) {
+      if (why == "not a number")
+        return fail(start, "'" + std::string(tok) + "' is not a number: " + kArgForms);
+      return fail(start, std::string(tok) + " is " + why);
+    }
+    v.type = kReal;
+    v.reals = {d};
+    return true;
+  }
+
+  bool string_literal(Value &v) {
+    std::size_t start = i_++;
+    std::string bytes;
+    for (;;) {
+      if (i_ >= s_.size())
+        return fail(start, "this string has no closing quote (\"); strings end on their line");
+      char c = s_[i_];
+      unsigned char u = static_cast<unsigned char>(c);
+      if (c == '"') {
+        ++i_;
+        break;
+      }
+      if (c == '\\') {
+        std::size_t at = i_;
+        if (++i_ >= s_.size())
+          return fail(at, "a backslash at the end of the line escapes nothing");
+        char e = s_[i_++];
+        switch (e) {
+          case '\\':
+          case '"':
+            bytes += e;
+            break;
+          case 'n':
+            bytes += '\n';
+            break;
+          case 't':
+            bytes += '\t';
+            break;
+          case 'r':
+            bytes += '\r';
+            break;
+          case '0':
+            bytes += '\0';
+            break;
+          case 'x': {
+            auto hexval = [](char h) {
+              return h >= '0' && h <= '9'   ? h - '0'
+                     : h >= 'a' && h <= 'f' ? h - 'a' + 10
+                     : h >= 'A' && h <= 'F' ? h - 'A' + 10
+                                            : -1;
+            };
+            int hi = i_ < s_.size() ? hexval(s_[i_]) : -1;
+            int lo = i_ + 1 < s_.size() ? hexval(s_[i_ + 1]) : -1;
+            if (hi < 0 || lo < 0)
+              return fail(at, "\\x takes exactly two hexadecimal digits, as in \\xC5");
+            bytes += static_cast<char>(hi * 16 + lo);
+            i_ += 2;
+            break;
+          }
+          default:
+            return fail(at, "unknown escape \\" + std::string(1, e) +
+                                "; the escapes are \\\\ \\\" \\n \\t \\r \\0 and \\xNN");
+        }
+        continue;
+      }
+      if (u < 0x20 || u == 0x7f)
+        return fail(i_, "a control character in a string: write it as an escape (\\t, \\xNN)");
+      if (u >= 0x80)
+        return fail(i_,
+                    "a non-ASCII byte in a string: write the interpreter's (Roman-8) bytes "
+                    "as \\xNN, e.g. \\xC5 for e with an acute accent");
+      bytes += c;
+      ++i_;
+    }
+    v = Value{};
+    v.type = kString;
+    v.strings = {std::move(bytes)};
+    return true;
+  }
+
+  bool scalar(Value &v) {
+    if (i_ < s_.size() && s_[i_] == '"') return string_literal(v);
+    if (i_ < s_.size() && (is_digit(s_[i_]) || s_[i_] == '-' || s_[i_] == '+' || s_[i_] == '.'))
+      return number(v);
+    if (i_ >= s_.size() || s_[i_] == '#') return fail(i_, "a value is missing here");
+    return fail(i_, "unexpected " + show_char(s_[i_]) + " where a value belongs");
+  }
+
+  bool array_literal(Value &v) {
+    std::size_t start = i_++;
+    v = Value{};
+    v.array = true;
+    bool first = true;
+    for (;;) {
+      skip_blanks();
+      if (i_ >= s_.size()) return fail(start, "this array has no closing ]");
+      if (s_[i_] == ']') {
+        if (first)
+          return fail(start, "an array needs at least one element: its type comes from them");
+        ++i_;
+        return true;
+      }
+      if (!first) {
+        if (s_[i_] != ',') return fail(i_, "array elements are separated by commas");
+        ++i_;
+        skip_blanks();
+      }
+      std::size_t at = i_;
+      Value e;
+      if (!scalar(e)) return false;
+      if (first) {
+        v.type = e.type;
+      } else if (e.type != v.type) {
+        bool numbers = e.type != kString && v.type != kString;
+        if (!numbers) return fail(at, "an array holds one type: strings and numbers do not mix");
+        if (v.type == kInteger) {  // integers so far: the array becomes one of reals
+          for (std::int32_t x : v.ints)
+            v.reals.push_back(from_int(x));
+          v.ints.clear();
+          v.type = kReal;
+        } else {
+          e.reals = {from_int(e.ints[0])};
+          e.type = kReal;
+        }
+      }
+      if (v.type == kInteger) v.ints.push_back(e.ints[0]);
+      if (v.type == kReal) v.reals.push_back(e.reals[0]);
+      if (v.type == kString) v.strings.push_back(e.strings[0]);
+      first = false;
+    }
+  }
+
+  static Decimal from_int(std::int32_t x) {
+    t_DECIMAL t;
+    m_cv_int(x, &t);
+    Decimal d;
+    std::memcpy(d.bytes, &t, sizeof d.bytes);
+    return d;
+  }
+
+  bool value(Value &v) {
+    if (i_ < s_.size() && s_[i_] == '[') return array_literal(v);
+    return scalar(v);
+  }
+
+  bool name(std::string &out) {
+    std::size_t start = i_;
+    if (i_ >= s_.size() || !is_name_start(s_[i_]))
+      return fail(i_,
+                  "a variable name follows $: letters, digits and _, not starting with a digit");
+    while (i_ < s_.size() && is_name_char(s_[i_]))
+      ++i_;
+    out = std::string(s_.substr(start, i_ - start));
+    return true;
+  }
+
+  std::string where(const VarInfo &v) const {
+    return "$" + v.name + " (line " + std::to_string(v.line) + ")";
+  }
+
+  // Fits `v` to variable `var`'s type: integers become reals for a real variable.
+  bool fit(Value &v, const VarInfo &var, std::size_t at) {
+    static const char *names[] = {"", "an integer", "a real", "a string"};
+    if (v.type == kInteger && var.type == kReal) {
+      for (std::int32_t x : v.ints)
+        v.reals.push_back(from_int(x));
+      v.ints.clear();
+      v.type = kReal;
+    }
+    if (v.type != var.type)
+      return fail(at, where(var) + " is " + std::string(names[var.type]) +
+                          (var.array ? " array" : "") + " variable; this value is " +
+                          names[v.type]);
+    if (v.array != var.array)
+      return fail(at, where(var) + (var.array ? " is an array: write the value as [...]"
+                                              : " is not an array"));
+    if (var.array && v.count() != var.initial.count())
+      return fail(at, where(var) + " has " + std::to_string(var.initial.count()) +
+                          " elements; this value has " + std::to_string(v.count()));
+    if (v.type == kString)
+      for (const std::string &s : v.strings)
+        if (static_cast<int>(s.size()) > var.capacity)
+          return fail(at, "this text has " + std::to_string(s.size()) + " bytes; " + where(var) +
+                              " holds " + std::to_string(var.capacity));
+    return true;
+  }
+
+  bool argument(ArgSpec &a) {
+    a.line = lineno_;
+    a.col = static_cast<int>(i_) + 1;
+    std::size_t start = i_;
+    if (s_[i_] == '(') {
+      ++i_;
+      skip_blanks();
+      if (i_ >= s_.size() || s_[i_] != '$')
+        return fail(i_, "(...) passes a variable's value: write ($name)");
+      ++i_;
+      std::string n;
+      if (!name(n)) return false;
+      skip_blanks();
+      if (i_ >= s_.size() || s_[i_] != ')') return fail(i_, "missing ) after ($" + n);
+      ++i_;
+      auto it = vars_.find(n);
+      if (it == vars_.end())
+        return fail(start, "$" + n + " has no value yet: give it one first, e.g. $" + n + "=0");
+      a.kind = ArgSpec::Kind::var_value;
+      a.var = it->second;
+      return true;
+    }
+    if (s_[i_] == '$') {
+      ++i_;
+      std::string n;
+      if (!name(n)) return false;
+      bool has_cap = false;
+      int cap = 0;
+      std::size_t cap_at = i_;
+      if (i_ < s_.size() && s_[i_] == ':') {
+        ++i_;
+        cap_at = i_;
+        long long c = 0;
+        while (i_ < s_.size() && is_digit(s_[i_]) && c <= kMaxCapacity)
+          c = c * 10 + (s_[i_++] - '0');
+        if (i_ == cap_at || c > kMaxCapacity || (i_ < s_.size() && is_digit(s_[i_])))
+          return fail(cap_at, "a capacity follows ':': a byte count from 0 to " +
+                                  std::to_string(kMaxCapacity));
+        has_cap = true;
+        cap = static_cast<int>(c);
+      }
+      bool has_init = false;
+      Value init;
+      std::size_t init_at = i_;
+      if (i_ < s_.size() && s_[i_] == '=') {
+        ++i_;
+        init_at = i_;
+        if (i_ >= s_.size() || s_[i_] == ' ' || s_[i_] == '\t')
+          return fail(i_, "write the value right after '=', without blanks: $" + n + "=VALUE");
+        if (!value(init)) return false;
+        has_init = true;
+      } else if (i_ < s_.size() && !is_delim(s_[i_])) {
+        return fail(i_, "unexpected " + show_char(s_[i_]) + " after $" + n);
+      }
+      a.kind = ArgSpec::Kind::variable;
+      auto it = vars_.find(n);
+      if (it == vars_.end()) {  // first use: the type is fixed here
+        VarInfo v;
+        v.name = n;
+        v.line = a.line;
+        v.col = a.col;
+        if (has_init) {
+          if (has_cap && init.type != kString)
+            return fail(cap_at - 1, "a capacity belongs to string variables only");
+          v.type = init.type;
+          v.array = init.array;
+          if (init.type == kString) {
+            std::size_t longest = 0;
+            for (const std::string &s : init.strings)
+              longest = s.size() > longest ? s.size() : longest;
+            v.capacity = has_cap ? cap : static_cast<int>(longest);
+          }
+          v.initial = init;
+          v.initial.array = v.array;
+          Value check = init;
+          if (!fit(check, v, init_at)) return false;
+        } else if (has_cap) {
+          v.type = kString;
+          v.capacity = cap;
+          v.initial.type = kString;
+          v.initial.strings = {""};
+        } else {
+          v.type = kInteger;
+          v.initial.ints = {0};
+        }
+        a.var = static_cast<int>(script_.vars.size());
+        vars_[n] = a.var;
+        script_.vars.push_back(std::move(v));
+        return true;
+      }
+      a.var = it->second;
+      const VarInfo &v = script_.vars[static_cast<std::size_t>(a.var)];
+      if (has_cap && (v.type != kString || cap != v.capacity))
+        return fail(cap_at - 1,
+                    "the type and capacity of " + where(v) + " are fixed where it is first used");
+      if (has_init) {
+        if (!fit(init, v, init_at)) return false;
+        a.assign = true;
+        a.init = std::move(init);
+      }
+      return true;
+    }
+    if (s_[i_] == '[' || s_[i_] == '"' || is_digit(s_[i_]) || s_[i_] == '-' || s_[i_] == '+' ||
+        s_[i_] == '.') {
+      a.kind = ArgSpec::Kind::literal;
+      return value(a.literal);
+    }
+    return fail(i_, "unexpected " + show_char(s_[i_]) + ": " + kArgForms);
+  }
+
+  std::string_view s_;
+  std::size_t i_ = 0;
+  int lineno_;
+  Script &script_;
+  std::map<std::string, int> &vars_;
+  ParseError &err_;
+};
+
+}  // namespace
+
+bool parse_script(std::string_view text, Script &out, ParseError &err) {
+  out = Script{};
+  std::map<std::string, int> vars;
+  int lineno = 0;
+  std::size_t at = 0;
+  while (at < text.size()) {
+    std::size_t nl = text.find('\n', at);
+    std::size_t end = nl == std::string_view::npos ? text.size() : nl;
+    std::string_view line = text.substr(at, end - at);
+    if (!line.empty() && line.back() == '\r') line.remove_suffix(1);
+    ++lineno;
+    LineParser p(line, lineno, out, vars, err);
+    if (!p.parse()) return false;
+    at = end + 1;
+  }
+  return true;
+}
+
+}  // namespace qz::call
