@@ -38,7 +38,7 @@ std::vector<std::string> StatementSplitter::feed(std::string_view line) {
       return out;
     }
   }
-  std::size_t start = 0;
+  std::size_t start = 0, end = line.size();
   for (std::size_t i = 0; i < line.size(); ++i) {
     char c = line[i];
     if (quote_) {
@@ -46,7 +46,8 @@ std::vector<std::string> StatementSplitter::feed(std::string_view line) {
     } else if (c == '\'' || c == '"') {
       quote_ = c;
     } else if (c == '-' && i + 1 < line.size() && line[i + 1] == '-') {
-      break;  // a comment to the end of the line: kept in the text, ';' inside ignored
+      end = i;  // a comment to the end of the line: kept in the text, ';' inside ignored
+      break;
     } else if (c == ';') {
       buf_.append(line.substr(start, i - start));
       std::size_t b = buf_.find_first_not_of(" \t\r\n");
@@ -55,8 +56,10 @@ std::vector<std::string> StatementSplitter::feed(std::string_view line) {
       start = i + 1;
     }
   }
+  // Nothing begun and nothing but blanks or a comment left: no statement is pending.
+  std::string_view code = line.substr(start, end - start);
+  if (buf_.empty() && code.find_first_not_of(" \t\r") == std::string_view::npos) return out;
   std::string rest(line.substr(start));
-  if (buf_.empty() && rest.find_first_not_of(" \t\r") == std::string::npos) return out;
   buf_ += rest;
   buf_ += '\n';
   return out;
@@ -320,7 +323,7 @@ class Shell {
     std::string spec = o_.connstr;
     if (spec.find('=') == std::string::npos) spec = "DSN=" + spec;  // a data source name
     std::vector<Arg> a{Arg::string(to_server(spec, o_.encoding)), Arg::int_var(0)};
-    if (!call("cannot connect", "Connect", a)) {
+    if (!call("Connect", "Connect", a)) {
       if (o_.log_file.empty())
         std::fprintf(stderr,
                      "  (the server logs the driver's reasons; --log console shows them)\n");

@@ -1,0 +1,364 @@
+// qzcall as a person runs it: call scripts against the test server (every argument kind,
+// expected statuses, a call without answer, script errors) and against qzodbc on SQLite
+// and PostgreSQL; the SQL shell's connection commands, its diagnostics and its refusal of
+// what needs statements; usage errors. Output and exit statuses are compared as text.
+#include <gtest/gtest.h>
+
+#include <fstream>
+#include <regex>
+
+#include "e2e_env.hpp"
+#include "odbc_env.hpp"
+
+namespace {
+
+namespace odbc = qz::test::odbc;
+using odbc::RunResult;
+
+constexpr int kUsage = 2;
+
+// qzcall with `args`, started through the emulator in the i386 build; the server it
+// starts gets the same launcher.
+RunResult qzcall(const std::vector<std::string> &args, const std::string &input_file = "") {
+  std::vector<std::string> argv = qz::test::words(qz::test::env("QZ_LAUNCHER"));
+  argv.push_back(qz::test::env("QZ_QZCALL"));
+  if (qz::test::emulated()) argv.insert(argv.end(), {"--launcher", qz::test::env("QZ_LAUNCHER")});
+  argv.insert(argv.end(), args.begin(), args.end());
+  if (input_file.empty()) return odbc::run_program(argv);
+  // Standard input from a file, through the shell.
+  std::string cmd = "exec";
+  for (const std::string &a : argv)
+    cmd += " '" + std::regex_replace(a, std::regex("'"), "'\\''") + "'";
+  return odbc::run_program({"/bin/sh", "-c", cmd + " < '" + input_file + "'"});
+}
+
+std::vector<std::string> host_server() {
+  return {"--server", qz::test::env("QZ_SERVER_HOST_TEST")};
+}
+std::vector<std::string> odbc_server() {
+  return {"--server", qz::test::env("QZ_SERVER_ODBC")};
+}
+
+std::vector<std::string> operator+(std::vector<std::string> a, const std::vector<std::string> &b) {
+  a.insert(a.end(), b.begin(), b.end());
+  return a;
+}
+
+class Scripts : public ::testing::Test {
+ protected:
+  std::string write(const std::string &name, const std::string &text) {
+    std::string path = dir.file(name);
+    std::ofstream(path, std::ios::binary) << text;
+    return path;
+  }
+  odbc::TempDir dir;
+};
+
+TEST_F(Scripts, EveryArgumentKindAndTheVariablesEachCallChanged) {
+  std::string script = write("kinds.qz",
+                             "# every prototype type of the test server\n"
+                             "Nothing\n"
+                             "IntValue 42 $out:200\n"
+                             "IntValue 2.7, $out            # a real for an integer\n"
+                             "RealValue 0.1 $out\n"
+                             "RealRef $r=0.1 2.5 $out\n"
+                             "ZStr \"a\\x41\\\"b\" $out\n"
+                             "IntArr $a=[1,2,3] $out\n"
+                             "RealArr [1, 2.5] $out\n"
+                             "StrArr $s:5=[\"x\",\"yy\"] $out\n"
+                             "Describe $out $i $r $s ($i) [1,2] \"lit\"\n"
+                             "SetString $row:100 \"Nid~0~1~5Xname~0~4~An\\xC5a$\"\n"
+                             "SetString $row:100 \"Nid~0~1~5Xna\"  # cut short\n"
+                             "SetString ($row) \"abc\"        # a copy: $row stays\n"
+                             "SetString ($row) \"longer than the copy\" -> 18\n"
+                             "SetInt $j ($i)\n"
+                             "ReturnStatus 8 -> 8\n"
+                             "NoSuchFunction -> 7\n"
+                             "SetString $small:2 \"abc\" -> 18\n");
+  RunResult r = qzcall(host_server() + std::vector<std::string>{"run", script});
+  EXPECT_EQ(r.status, 0) << r.err;
+  EXPECT_EQ(r.out,
+            "Nothing -> 0\n"
+            "IntValue 42 $out:200 -> 0\n"
+            "  $out = \"42\"\n"
+            "IntValue 2.7, $out -> 0\n"
+            "  $out = \"2\"\n"
+            "RealValue 0.1 $out -> 0\n"
+            "  $out = \"0.10000000000000001\"\n"
+            "RealRef $r=0.1 2.5 $out -> 0\n"
+            "  $r = 2.5\n"
+            "ZStr \"a\\x41\\\"b\" $out -> 0\n"
+            "  $out = \"aA\\\"b\"\n"
+            "IntArr $a=[1,2,3] $out -> 0\n"
+            "  $a = [2, 4, 6]\n"
+            "  $out = \"1,2,3\"\n"
+            "RealArr [1, 2.5] $out -> 0\n"
+            "  $out = \"1,2.5\"\n"
+            "StrArr $s:5=[\"x\",\"yy\"] $out -> 0\n"
+            "  $s = [\"S0\", \"S1\"]\n"
+            "  $out = \"x,yy\"\n"
+            "Describe $out $i $r $s ($i) [1,2] \"lit\" -> 0\n"
+            "  $out = \"IntByReference[1]=0;RealByReference[1]=2.5;StringArray[2]=\\\"S0\\\","
+            "\\\"S1\\\";IntByReference[1]=0;IntArray[2]=1,2;String[1]=\\\"lit\\\"\"\n"
+            "  $i = 1\n"
+            "  $s = [\"ABC\", \"ABC\"]\n"
+            "SetString $row:100 \"Nid~0~1~5Xname~0~4~An\\xC5a$\" -> 0\n"
+            "  $row = \"Nid~0~1~5Xname~0~4~An\\xC5a$\"\n"
+            "    N id = 5\n"
+            "    X name = \"An\\xC5a\"\n"
+            "SetString $row:100 \"Nid~0~1~5Xna\" -> 0\n"
+            "  $row = \"Nid~0~1~5Xna\"\n"
+            "    N id = 5\n"
+            "    (not a complete packed row: name without '~' at byte 9)\n"
+            "SetString ($row) \"abc\" -> 0\n"
+            "SetString ($row) \"longer than the copy\" -> 18 (string variable too small)\n"
+            "SetInt $j ($i) -> 0\n"
+            "  $j = 1\n"
+            "ReturnStatus 8 -> 8 (unknown identifier or unusable argument)\n"
+            "NoSuchFunction -> 7 (no function of that name)\n"
+            "SetString $small:2 \"abc\" -> 18 (string variable too small)\n");
+}
+
+TEST_F(Scripts, AnUnexpectedStatusFailsTheRunButTheRunGoesOn) {
+  std::string script = write("status.qz", "ReturnStatus 8\nReturnStatus 0 -> 3\nNothing\n");
+  RunResult r = qzcall(host_server() + std::vector<std::string>{"run", script});
+  EXPECT_EQ(r.status, 1);
+  EXPECT_EQ(r.out,
+            "ReturnStatus 8 -> 8 (unknown identifier or unusable argument); expected 0\n"
+            "ReturnStatus 0 -> 0; expected 3\n"
+            "Nothing -> 0\n");
+  EXPECT_NE(r.err.find("2 of 3 calls did not return the expected status"), std::string::npos)
+      << r.err;
+}
+
+TEST_F(Scripts, ReadFromStandardInput) {
+  std::string script = write("stdin.qz", "IntValue -5 $o:9\n");
+  RunResult r = qzcall(host_server() + std::vector<std::string>{"run", "-"}, script);
+  EXPECT_EQ(r.status, 0) << r.err;
+  EXPECT_EQ(r.out, "IntValue -5 $o:9 -> 0\n  $o = \"-5\"\n");
+}
+
+TEST_F(Scripts, ACallWithoutAnswerEndsTheRun) {
+  std::string script = write("slow.qz", "Sleep 60000\nNothing\n");
+  RunResult r = qzcall(host_server() + std::vector<std::string>{"--timeout", "1", "run", script});
+  EXPECT_EQ(r.status, 1);
+  EXPECT_EQ(r.out, "Sleep 60000 -> no answer: no answer from the server within 1000 ms\n");
+  EXPECT_NE(r.err.find("line 1: the server gave no answer; the run stops here"), std::string::npos)
+      << r.err;
+}
+
+TEST_F(Scripts, AScriptErrorNamesFileLineAndColumnAndRunsNothing) {
+  std::string script = write("bad.qz", "Nothing\nIntValue 1, $o:x\n");
+  RunResult r = qzcall(host_server() + std::vector<std::string>{"run", script});
+  EXPECT_EQ(r.status, kUsage);
+  EXPECT_EQ(r.out, "");
+  EXPECT_EQ(r.err, script +
+                       ":2:16: error: a capacity follows ':': a byte count from 0 to 1048576\n"
+                       "  IntValue 1, $o:x\n"
+                       "                 ^\n");
+}
+
+TEST_F(Scripts, UsageErrorsSayWhatToDo) {
+  std::string ok = write("ok.qz", "Nothing\n");
+  struct Case {
+    std::vector<std::string> args;
+    int status;
+    const char *out;  // part of standard output
+    const char *err;  // part of standard error
+  } cases[] = {
+      {{}, kUsage, "", "say what to do: run FILE or sql CONNSTR"},
+      {{"--bogus", "run", ok}, kUsage, "", "unknown option --bogus"},
+      {{"--layout", "16", "run", ok}, kUsage, "", "--layout takes 32 or 64"},
+      {{"--timeout", "soon", "run", ok}, kUsage, "", "--timeout takes a number of seconds"},
+      {{"--server"}, kUsage, "", "--server needs a path"},
+      {{"run"}, kUsage, "", "run needs a script file"},
+      {{"run", ok, ok}, kUsage, "", "run takes one script file"},
+      {{"run", dir.file("missing.qz")}, kUsage, "", "cannot read"},
+      {{"sql"}, kUsage, "", "sql needs a connection string"},
+      {{"sql", "-F", "xml", "DSN=x"}, kUsage, "", "--format takes table, csv or packed"},
+      {{"sql", "--frob", "DSN=x"}, kUsage, "", "unknown sql option --frob"},
+      {{"sql", "DSN=x", "SELECT 1"}, kUsage, "", "put SQL after -e or on standard input"},
+      {{"frob"}, kUsage, "", "unknown command 'frob'"},
+      {{"--server", dir.file("nothing"), "run", ok}, kUsage, "", "--server PATH"},
+      {{"--help"}, 0, "Usage: qzcall [OPTIONS] run FILE|-", ""},
+      {{"-V"}, 0, "qzcall 1.", ""},
+  };
+  for (const Case &c : cases) {
+    RunResult r = qzcall(c.args);
+    std::string what = "qzcall";
+    for (const std::string &a : c.args)
+      what += " " + a;
+    EXPECT_EQ(r.status, c.status) << what << "\n" << r.err;
+    EXPECT_NE(r.out.find(c.out), std::string::npos) << what << "\n" << r.out;
+    EXPECT_NE(r.err.find(c.err), std::string::npos) << what << "\n" << r.err;
+    if (c.status == kUsage) {
+      EXPECT_NE(r.err.find("qzcall: "), std::string::npos) << what;
+    }
+  }
+}
+
+// Calls of the connection functions, with the statuses and changes qzodbc gives.
+std::string connection_script(const std::string &conn) {
+  return "VersionID $v:100\n"
+         "Revision $short:2 -> 18\n"
+         "Revision $r:3\n"
+         "Connect \"" +
+         conn +
+         "\" $conn\n"
+         "GetConnection $conn $spec:10 -> 18\n"
+         "SetAutocommit $conn 0\n"
+         "Commit $conn\n"
+         "Rollback $conn\n"
+         "SetConnectOption $conn 102 2.9 -> 1111  # 2 is no autocommit mode\n"
+         "GetError $msg:200 $state:6 $native=5 $more\n"
+         "GetError $msg $state $native $more\n"
+         "SetTextColumnSize 0 10 -> 8\n"
+         "Disconnect $conn\n"
+         "Disconnect $conn -> 8\n";
+}
+
+std::string connection_output(const std::string &conn) {
+  return "VersionID $v:100 -> 0\n"
+         "  $v = \"$Id: odbc_dll.cpp,v 27.1 2011/02/10 13:57:22 qzdev Exp $\"\n"
+         "Revision $short:2 -> 18 (string variable too small)\n"
+         "Revision $r:3 -> 0\n"
+         "  $r = \"1.8\"\n"
+         "Connect \"" +
+         conn +
+         "\" $conn -> 0\n"
+         "  $conn = 1\n"
+         "GetConnection $conn $spec:10 -> 18 (string variable too small)\n"
+         "SetAutocommit $conn 0 -> 0\n"
+         "Commit $conn -> 0\n"
+         "Rollback $conn -> 0\n"
+         "SetConnectOption $conn 102 2.9 -> 1111\n"
+         "GetError $msg:200 $state:6 $native=5 $more -> 0\n"
+         "  $msg = \"[unixODBC][Driver Manager]Invalid attribute value\"\n"
+         "  $state = \"S1009\"\n"
+         "  $native = 0\n"
+         "  $more = 1\n"
+         "GetError $msg $state $native $more -> 0\n"
+         "  $more = 0\n"
+         "SetTextColumnSize 0 10 -> 8 (unknown identifier or unusable argument)\n"
+         "Disconnect $conn -> 0\n"
+         "Disconnect $conn -> 8 (unknown identifier or unusable argument)\n";
+}
+
+TEST_F(Scripts, ConnectionFunctionsOnSqlite) {
+  std::string conn = odbc::sqlite_conn(dir.file("t.db"));
+  std::string script = write("sqlite.qz", connection_script(conn));
+  RunResult r = qzcall(odbc_server() + std::vector<std::string>{"run", script});
+  EXPECT_EQ(r.status, 0) << r.err;
+  EXPECT_EQ(r.out, connection_output(conn));
+}
+
+TEST_F(Scripts, ConnectionFunctionsOnPostgresql) {
+  if (!odbc::pg_available()) GTEST_SKIP() << "no PostgreSQL in this build";
+  std::string conn = odbc::pg_conn();
+  std::string refused = odbc::pg_conn("Username=nobody");
+  std::string script =
+      write("pg.qz", connection_script(conn) + "Connect \"" + refused + "\" $other -> 1113\n");
+  RunResult r = qzcall(odbc_server() + std::vector<std::string>{"run", script});
+  EXPECT_EQ(r.status, 0) << r.err;
+  EXPECT_EQ(r.out, connection_output(conn) + "Connect \"" + refused + "\" $other -> 1113\n");
+}
+
+// ---- the SQL shell -------------------------------------------------------------------
+
+class Shell : public Scripts {
+ protected:
+  RunResult sql(const std::vector<std::string> &args, const std::string &input = "") {
+    std::vector<std::string> a = odbc_server() + std::vector<std::string>{"sql"} + args;
+    return input.empty() ? qzcall(a) : qzcall(a, write("input.sql", input));
+  }
+  std::string conn() { return odbc::sqlite_conn(dir.file("t.db")); }
+};
+
+TEST_F(Shell, ConnectionCommandsFromOptions) {
+  RunResult r = sql({"-e", "\\autocommit off", "-e", "\\commit", "-e", "\\rollback", "-e",
+                     "\\autocommit on", "-e", "\\trace 0", "-e", "\\format csv", "-e",
+                     "\\log " + dir.file("server.log") + " O2", conn()});
+  EXPECT_EQ(r.status, 0) << r.err;
+  EXPECT_EQ(r.out,
+            "autocommit off\ncommitted\nrolled back\nautocommit on\ntrace level 0\n"
+            "format csv\nlogging O2 to " +
+                dir.file("server.log") + "\n");
+  EXPECT_EQ(r.err, "");
+}
+
+TEST_F(Shell, ConnectionInformationAndVersions) {
+  RunResult r = sql({"-e", "\\conninfo", "-e", "\\version", conn()});
+  EXPECT_EQ(r.status, 0) << r.err;
+  EXPECT_TRUE(std::regex_search(r.out, std::regex("^connection 1: .*Database=" + dir.file("t.db"))))
+      << r.out;
+  EXPECT_NE(r.out.find("VersionID $Id: odbc_dll.cpp,v 27.1"), std::string::npos) << r.out;
+  EXPECT_NE(r.out.find("Revision  1.8\n"), std::string::npos) << r.out;
+}
+
+TEST_F(Shell, StatementsAreRefusedAsNotYetAvailable) {
+  // Batch input stops at the first failure, unless told to keep going.
+  RunResult r = sql({"-e", "SELECT 1", "-e", "\\commit", conn()});
+  EXPECT_EQ(r.status, 1);
+  EXPECT_EQ(r.out, "");
+  EXPECT_NE(r.err.find("qzcall: SQL statement: not available yet"), std::string::npos) << r.err;
+
+  std::string input = "\\autocommit on\nselect 1;\n\\tables\n\\columns t\n\\commit\n";
+  r = sql({"-k", conn()}, input);
+  EXPECT_EQ(r.status, 1);
+  EXPECT_EQ(r.out, "autocommit on\ncommitted\n");
+  EXPECT_NE(r.err.find("SQL statement: not available yet"), std::string::npos) << r.err;
+  EXPECT_NE(r.err.find("\\tables: not available yet"), std::string::npos) << r.err;
+  EXPECT_NE(r.err.find("\\columns: not available yet"), std::string::npos) << r.err;
+}
+
+TEST_F(Shell, BadCommandsFail) {
+  struct Case {
+    const char *command;
+    const char *err;
+  } cases[] = {
+      {"\\autocommit maybe", "\\autocommit takes on or off"},
+      {"\\trace -1", "\\trace takes a level"},
+      {"\\log", "\\log takes a file"},
+      {"\\commit now", "\\commit takes no argument"},
+      {"\\frobnicate", "unknown command \\frobnicate; \\? lists the commands"},
+      {"\\log /nonexistent/dir/x.log", "\\log /nonexistent/dir/x.log failed with status 56"},
+  };
+  for (const Case &c : cases) {
+    RunResult r = sql({"-e", c.command, conn()});
+    EXPECT_EQ(r.status, 1) << c.command;
+    EXPECT_NE(r.err.find(c.err), std::string::npos) << c.command << "\n" << r.err;
+  }
+}
+
+TEST_F(Shell, AFailedConnectShowsItsStatusAndTheLogShowsWhy) {
+  std::string missing = "Driver={QZ Missing};Database=" + dir.file("t.db");
+  RunResult r = sql({"-e", "\\commit", missing});
+  EXPECT_EQ(r.status, 1);
+  EXPECT_EQ(r.out, "");
+  EXPECT_EQ(r.err,
+            "qzcall: Connect failed with status 1113\n"
+            "  (the server logs the driver's reasons; --log console shows them)\n");
+  r = sql({"--log", "console", missing});
+  EXPECT_EQ(r.status, 1);
+  EXPECT_NE(r.err.find("Can't open lib 'QZ Missing'"), std::string::npos) << r.err;
+}
+
+TEST_F(Shell, AFailedCommitShowsEveryDiagnosticRecord) {
+  std::string faulty = odbc::fault_conn(dir.file("t.db"), "SQLTransact:-1:HY000:7:commit refused");
+  RunResult r = sql({"-e", "\\autocommit off", "-e", "\\commit", faulty});
+  EXPECT_EQ(r.status, 1);
+  EXPECT_EQ(r.out, "autocommit off\n");
+  EXPECT_EQ(r.err,
+            "qzcall: \\commit failed with status 1111\n"
+            "  S1000 (native 7): commit refused\n");
+}
+
+TEST_F(Shell, ADataSourceNameAloneConnects) {
+  if (!odbc::pg_available()) GTEST_SKIP() << "no PostgreSQL in this build";
+  // pg-cluster.sh registers the data source qz_pg in the private odbc.ini.
+  RunResult r = sql({"-e", "\\autocommit off", "-e", "\\rollback", "qz_pg"});
+  EXPECT_EQ(r.status, 0) << r.err;
+  EXPECT_EQ(r.out, "autocommit off\nrolled back\n");
+}
+
+}  // namespace
