@@ -1,0 +1,87 @@
+#!/usr/bin/env bash
+# Builds the Debian package of a build tree, unpacks it with dpkg -x into a temporary
+# directory and checks what a user gets: the dependencies, no build path anywhere, the
+# unpacked qzcall running a script through the unpacked qzodbc on SQLite, and the CMake
+# package configuration and pkg-config files of the unpacked libraries in use.
+#   check_package.sh BUILD_DIR SOURCE_DIR      (ODBCSYSINI: the test registration)
+set -euo pipefail
+build=$1
+src=$2
+here=$(cd "$(dirname "$0")" && pwd)
+tmp=$(mktemp -d /tmp/qz-package.XXXXXX)
+trap 'rm -rf "$tmp"' EXIT
+fail() { echo "FAIL: $*" >&2; exit 1; }
+
+cpack -G DEB --config "$build/CPackConfig.cmake" -B "$tmp/pkg" >"$tmp/cpack.log" 2>&1 ||
+  { cat "$tmp/cpack.log"; fail "cpack"; }
+deb=$(ls "$tmp"/pkg/qzodbc_*.deb)
+echo "package: $(basename "$deb")"
+
+depends=$(dpkg-deb -f "$deb" Depends)
+echo "Depends: $depends"
+for d in libc6 libodbc2 libstdc++6; do
+  [[ ",$depends" == *", $d "* || ",$depends" == *",$d "* ]] || fail "no dependency on $d"
+done
+
+root=$tmp/root
+dpkg -x "$deb" "$root"
+for f in usr/bin/qzodbc usr/bin/qzcall usr/include/qzclient.hpp usr/include/qzmath.h \
+         usr/share/man/man1/qzodbc.1 usr/share/man/man1/qzcall.1; do
+  [ -e "$root/$f" ] || fail "missing $f"
+done
+if grep -rl -e "$build" -e "$src" "$root"; then fail "build paths in the files above"; fi
+
+# The unpacked qzcall finds the unpacked qzodbc next to itself; no build path in PATH.
+cat >"$tmp/smoke.qz" <<QZ
+Revision \$r:10
+Connect "Driver={QZ SQLite};Database=$tmp/smoke.db" \$conn
+Commit \$conn
+Disconnect \$conn
+Disconnect \$conn -> 8
+QZ
+out=$(cd "$tmp" && PATH=/usr/bin:/bin "$root/usr/bin/qzcall" run smoke.qz) || fail "qzcall run: $out"
+expected="Revision \$r:10 -> 0
+  \$r = \"1.8\"
+Connect \"Driver={QZ SQLite};Database=$tmp/smoke.db\" \$conn -> 0
+  \$conn = 1
+Commit \$conn -> 0
+Disconnect \$conn -> 0
+Disconnect \$conn -> 8 (unknown identifier or unusable argument)"
+[ "$out" = "$expected" ] || fail "qzcall output:
+$out
+expected:
+$expected"
+echo "unpacked qzcall ran the script through the unpacked qzodbc"
+
+# A program built against the unpacked tree with find_package(qzodbc), and a C program
+# through pkg-config.
+cmake -S "$here/consumer" -B "$tmp/consumer" -G Ninja -DCMAKE_PREFIX_PATH="$root/usr" \
+  >"$tmp/consumer.log" 2>&1 || { cat "$tmp/consumer.log"; fail "configure the consumer"; }
+cmake --build "$tmp/consumer" >>"$tmp/consumer.log" 2>&1 ||
+  { cat "$tmp/consumer.log"; fail "build the consumer"; }
+got=$("$tmp/consumer/consumer" "$root/usr/bin/qzodbc") || fail "consumer: $got"
+[ "$got" = "Revision 1.8; 0.1 + 0.2 = 0.3" ] || fail "consumer printed: $got"
+echo "find_package(qzodbc): $got"
+
+cat >"$tmp/sum.c" <<'C'
+#include <qzmath.h>
+#include <stdio.h>
+int main(void) {
+  t_DECIMAL a, b, s;
+  char buf[40];
+  m_cv_asc("1.25", 4, &a);
+  m_cv_asc("2.5", 3, &b);
+  m_add(&a, &b, &s);
+  puts(m_to_asc(&s, buf, 10, 2));
+  return 0;
+}
+C
+export PKG_CONFIG_PATH=$root/usr/lib/pkgconfig
+cc "$tmp/sum.c" -o "$tmp/sum" $(pkg-config --cflags --libs qzmath) -Wl,-rpath,"$root/usr/lib" ||
+  fail "compile through pkg-config qzmath"
+got=$("$tmp/sum")
+[ "$got" = "3.75" ] || fail "pkg-config program printed: $got"
+pkg-config --cflags qzclient | grep -q -- "-I$root/usr/lib/pkgconfig/../../include" ||
+  fail "qzclient.pc: $(pkg-config --cflags qzclient)"
+echo "pkg-config qzmath: $got"
+echo "package checks passed"
