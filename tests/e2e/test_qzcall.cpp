@@ -3,7 +3,13 @@
 // and PostgreSQL; the SQL shell's connection commands, its diagnostics and its refusal of
 // what needs statements; usage errors. Output and exit statuses are compared as text.
 #include <gtest/gtest.h>
+#include <poll.h>
+#include <pty.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
+#include <chrono>
+#include <cstring>
 #include <fstream>
 #include <regex>
 
@@ -359,6 +365,63 @@ TEST_F(Shell, ADataSourceNameAloneConnects) {
   RunResult r = sql({"-e", "\\autocommit off", "-e", "\\rollback", "qz_pg"});
   EXPECT_EQ(r.status, 0) << r.err;
   EXPECT_EQ(r.out, "autocommit off\nrolled back\n");
+}
+
+// Reads from the terminal until `want` has appeared in `seen` at `from` or after (true),
+// or the other side is gone or silent for long (false).
+bool read_until(int fd, std::string &seen, const std::string &want, std::size_t from = 0) {
+  auto until = std::chrono::steady_clock::now() + std::chrono::seconds(60);
+  while (want.empty() || seen.find(want, from) == std::string::npos) {
+    int left = static_cast<int>(std::chrono::duration_cast<std::chrono::milliseconds>(
+                                    until - std::chrono::steady_clock::now())
+                                    .count());
+    pollfd p{fd, POLLIN, 0};
+    if (left <= 0 || poll(&p, 1, left) <= 0) return false;
+    char buf[512];
+    ssize_t n = read(fd, buf, sizeof buf);
+    if (n <= 0) return false;  // EIO: the shell has ended
+    seen.append(buf, static_cast<std::size_t>(n));
+  }
+  return true;
+}
+
+TEST_F(Shell, InteractiveThroughATerminal) {
+  std::vector<std::string> argv = qz::test::words(qz::test::env("QZ_LAUNCHER"));
+  argv.push_back(qz::test::env("QZ_QZCALL"));
+  if (qz::test::emulated()) argv.insert(argv.end(), {"--launcher", qz::test::env("QZ_LAUNCHER")});
+  argv = argv + odbc_server() + std::vector<std::string>{"sql", conn()};
+  std::vector<char *> cargv;
+  for (std::string &a : argv)
+    cargv.push_back(a.data());
+  cargv.push_back(nullptr);
+  int fd;
+  pid_t pid = forkpty(&fd, nullptr, nullptr, nullptr);
+  ASSERT_GE(pid, 0);
+  if (pid == 0) {
+    setenv("HOME", dir.path().c_str(), 1);
+    setenv("TERM", "dumb", 1);
+    execvp(cargv[0], cargv.data());
+    _exit(127);
+  }
+  std::string seen;
+  // Each line is typed once the prompt asks for it.
+  EXPECT_TRUE(read_until(fd, seen, "qz=> ")) << seen;
+  EXPECT_NE(seen.find("connected (connection 1)"), std::string::npos) << seen;
+  for (const char *line : {"\\autocommit off\n", "\\commit\n", "select\n", "1;\n", "\\q\n"}) {
+    std::size_t from = seen.size();
+    ASSERT_EQ(::write(fd, line, std::strlen(line)), static_cast<ssize_t>(std::strlen(line)));
+    if (line[0] != '\\' || line[1] != 'q') {
+      EXPECT_TRUE(read_until(fd, seen, line[0] == 's' ? "qz-> " : "qz=> ", from)) << seen;
+    }
+  }
+  read_until(fd, seen, "");  // to the end
+  close(fd);
+  int st = 0;
+  ASSERT_EQ(waitpid(pid, &st, 0), pid);
+  EXPECT_TRUE(WIFEXITED(st) && WEXITSTATUS(st) == 0) << seen;
+  EXPECT_NE(seen.find("autocommit off"), std::string::npos) << seen;
+  EXPECT_NE(seen.find("committed"), std::string::npos) << seen;
+  EXPECT_NE(seen.find("SQL statement: not available yet"), std::string::npos) << seen;
 }
 
 }  // namespace
