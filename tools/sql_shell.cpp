@@ -152,7 +152,7 @@ constexpr const char *kHelp =
     "                       as LogFlags takes them, O2 when not given\n"
     "  \\conninfo            the completed connection string\n"
     "  \\version             the server's version texts\n"
-    "  \\format table|csv|packed   how result rows print\n"
+    "  \\format [table|csv|packed]   how result rows print (without: the one in use)\n"
     "  \\tables [PATTERN]    tables and views (not yet available)\n"
     "  \\columns TABLE       columns of a table (not yet available)\n"
     "  \\q                   quit\n"
@@ -427,6 +427,11 @@ class Shell {
       return true;
     }
     if (name == "format") {
+      static const char *names[] = {"table", "csv", "packed"};
+      if (words.empty()) {  // the format in use
+        std::printf("format %s\n", names[static_cast<int>(format_)]);
+        return true;
+      }
       if (words.size() != 1) return usage("\\format takes table, csv or packed");
       if (words[0] == "table")
         format_ = OutputFormat::table;

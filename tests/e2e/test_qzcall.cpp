@@ -81,48 +81,53 @@ TEST_F(Scripts, EveryArgumentKindAndTheVariablesEachCallChanged) {
                              "ReturnStatus 8 -> 8\n"
                              "NoSuchFunction -> 7\n"
                              "SetString $small:2 \"abc\" -> 18\n");
-  RunResult r = qzcall(host_server() + std::vector<std::string>{"run", script});
-  EXPECT_EQ(r.status, 0) << r.err;
-  EXPECT_EQ(r.out,
-            "Nothing -> 0\n"
-            "IntValue 42 $out:200 -> 0\n"
-            "  $out = \"42\"\n"
-            "IntValue 2.7, $out -> 0\n"
-            "  $out = \"2\"\n"
-            "RealValue 0.1 $out -> 0\n"
-            "  $out = \"0.10000000000000001\"\n"
-            "RealRef $r=0.1 2.5 $out -> 0\n"
-            "  $r = 2.5\n"
-            "ZStr \"a\\x41\\\"b\" $out -> 0\n"
-            "  $out = \"aA\\\"b\"\n"
-            "IntArr $a=[1,2,3] $out -> 0\n"
-            "  $a = [2, 4, 6]\n"
-            "  $out = \"1,2,3\"\n"
-            "RealArr [1, 2.5] $out -> 0\n"
-            "  $out = \"1,2.5\"\n"
-            "StrArr $s:5=[\"x\",\"yy\"] $out -> 0\n"
-            "  $s = [\"S0\", \"S1\"]\n"
-            "  $out = \"x,yy\"\n"
-            "Describe $out $i $r $s ($i) [1,2] \"lit\" -> 0\n"
-            "  $out = \"IntByReference[1]=0;RealByReference[1]=2.5;StringArray[2]=\\\"S0\\\","
-            "\\\"S1\\\";IntByReference[1]=0;IntArray[2]=1,2;String[1]=\\\"lit\\\"\"\n"
-            "  $i = 1\n"
-            "  $s = [\"ABC\", \"ABC\"]\n"
-            "SetString $row:100 \"Nid~0~1~5Xname~0~4~An\\xC5a$\" -> 0\n"
-            "  $row = \"Nid~0~1~5Xname~0~4~An\\xC5a$\"\n"
-            "    N id = 5\n"
-            "    X name = \"An\\xC5a\"\n"
-            "SetString $row:100 \"Nid~0~1~5Xna\" -> 0\n"
-            "  $row = \"Nid~0~1~5Xna\"\n"
-            "    N id = 5\n"
-            "    (not a complete packed row: name without '~' at byte 9)\n"
-            "SetString ($row) \"abc\" -> 0\n"
-            "SetString ($row) \"longer than the copy\" -> 18 (string variable too small)\n"
-            "SetInt $j ($i) -> 0\n"
-            "  $j = 1\n"
-            "ReturnStatus 8 -> 8 (unknown identifier or unusable argument)\n"
-            "NoSuchFunction -> 7 (no function of that name)\n"
-            "SetString $small:2 \"abc\" -> 18 (string variable too small)\n");
+  const std::string expected =
+      "Nothing -> 0\n"
+      "IntValue 42 $out:200 -> 0\n"
+      "  $out = \"42\"\n"
+      "IntValue 2.7, $out -> 0\n"
+      "  $out = \"2\"\n"
+      "RealValue 0.1 $out -> 0\n"
+      "  $out = \"0.10000000000000001\"\n"
+      "RealRef $r=0.1 2.5 $out -> 0\n"
+      "  $r = 2.5\n"
+      "ZStr \"a\\x41\\\"b\" $out -> 0\n"
+      "  $out = \"aA\\\"b\"\n"
+      "IntArr $a=[1,2,3] $out -> 0\n"
+      "  $a = [2, 4, 6]\n"
+      "  $out = \"1,2,3\"\n"
+      "RealArr [1, 2.5] $out -> 0\n"
+      "  $out = \"1,2.5\"\n"
+      "StrArr $s:5=[\"x\",\"yy\"] $out -> 0\n"
+      "  $s = [\"S0\", \"S1\"]\n"
+      "  $out = \"x,yy\"\n"
+      "Describe $out $i $r $s ($i) [1,2] \"lit\" -> 0\n"
+      "  $out = \"IntByReference[1]=0;RealByReference[1]=2.5;StringArray[2]=\\\"S0\\\","
+      "\\\"S1\\\";IntByReference[1]=0;IntArray[2]=1,2;String[1]=\\\"lit\\\"\"\n"
+      "  $i = 1\n"
+      "  $s = [\"ABC\", \"ABC\"]\n"
+      "SetString $row:100 \"Nid~0~1~5Xname~0~4~An\\xC5a$\" -> 0\n"
+      "  $row = \"Nid~0~1~5Xname~0~4~An\\xC5a$\"\n"
+      "    N id = 5\n"
+      "    X name = \"An\\xC5a\"\n"
+      "SetString $row:100 \"Nid~0~1~5Xna\" -> 0\n"
+      "  $row = \"Nid~0~1~5Xna\"\n"
+      "    N id = 5\n"
+      "    (not a complete packed row: name without '~' at byte 9)\n"
+      "SetString ($row) \"abc\" -> 0\n"
+      "SetString ($row) \"longer than the copy\" -> 18 (string variable too small)\n"
+      "SetInt $j ($i) -> 0\n"
+      "  $j = 1\n"
+      "ReturnStatus 8 -> 8 (unknown identifier or unusable argument)\n"
+      "NoSuchFunction -> 7 (no function of that name)\n"
+      "SetString $small:2 \"abc\" -> 18 (string variable too small)\n";
+  // The same calls in both call block layouts give the same report.
+  for (const char *layout : {"32", "64"}) {
+    RunResult r =
+        qzcall(host_server() + std::vector<std::string>{"--layout", layout, "run", script});
+    EXPECT_EQ(r.status, 0) << layout << " " << r.err;
+    EXPECT_EQ(r.out, expected) << layout;
+  }
 }
 
 TEST_F(Scripts, AnUnexpectedStatusFailsTheRunButTheRunGoesOn) {
@@ -258,6 +263,17 @@ TEST_F(Scripts, ConnectionFunctionsOnSqlite) {
   EXPECT_EQ(r.out, connection_output(conn));
 }
 
+TEST_F(Scripts, AnI386ServerThroughItsLauncher) {
+  std::string server = qz::test::env("QZ_SERVER_ODBC_I386");
+  if (server.empty() || qz::test::emulated()) GTEST_SKIP() << "no i386 build beside this one";
+  std::string conn = odbc::sqlite_conn(dir.file("t.db"));
+  std::string script = write("i386.qz", connection_script(conn));
+  RunResult r =
+      qzcall({"--server", server, "--launcher", "qemu-i386", "--layout", "64", "run", script});
+  EXPECT_EQ(r.status, 0) << r.err;
+  EXPECT_EQ(r.out, connection_output(conn));
+}
+
 TEST_F(Scripts, ConnectionFunctionsOnPostgresql) {
   if (!odbc::pg_available()) GTEST_SKIP() << "no PostgreSQL in this build";
   std::string conn = odbc::pg_conn();
@@ -282,12 +298,12 @@ class Shell : public Scripts {
 
 TEST_F(Shell, ConnectionCommandsFromOptions) {
   RunResult r = sql({"-e", "\\autocommit off", "-e", "\\commit", "-e", "\\rollback", "-e",
-                     "\\autocommit on", "-e", "\\trace 0", "-e", "\\format csv", "-e",
-                     "\\log " + dir.file("server.log") + " O2", conn()});
+                     "\\autocommit on", "-e", "\\trace 0", "-e", "\\format csv", "-e", "\\format",
+                     "-e", "\\log " + dir.file("server.log") + " O2", conn()});
   EXPECT_EQ(r.status, 0) << r.err;
   EXPECT_EQ(r.out,
             "autocommit off\ncommitted\nrolled back\nautocommit on\ntrace level 0\n"
-            "format csv\nlogging O2 to " +
+            "format csv\nformat csv\nlogging O2 to " +
                 dir.file("server.log") + "\n");
   EXPECT_EQ(r.err, "");
 }
