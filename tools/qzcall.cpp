@@ -2,6 +2,8 @@
 // this program, and starting it as the interpreter does. Exit status: 0, 1 for a failed
 // call or SQL, 2 for bad usage.
 #include <limits.h>
+#include <signal.h>
+#include <sys/shm.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -73,6 +75,33 @@ constexpr const char *kUsage =
     "Each call prints \"CALL -> STATUS\" and the variables it changed; packed rows are\n"
     "also shown entry by entry. The exit status is 1 when a call returned another status\n"
     "than expected.\n";
+
+// The running server, for the signal handler: an interrupted qzcall must not leave the
+// server waiting forever (it blocks SIGINT) nor the segment behind.
+volatile sig_atomic_t g_server_pid = -1;
+volatile sig_atomic_t g_shm_id = -1;
+
+void on_interrupt(int sig) {
+  if (g_server_pid > 0) kill(g_server_pid, SIGTERM);
+  if (g_shm_id >= 0) shmctl(g_shm_id, IPC_RMID, nullptr);
+  _exit(128 + sig);
+}
+
+// Starts the server; on failure says why. Interrupts stop it from then on.
+bool start_server(Session &s, const Options &opt) {
+  if (!s.start(opt)) {
+    std::fprintf(stderr, "qzcall: %s\n", s.error().c_str());
+    return false;
+  }
+  g_server_pid = s.pid();
+  g_shm_id = s.shm_id();
+  struct sigaction sa {};
+  sa.sa_handler = on_interrupt;
+  sigemptyset(&sa.sa_mask);
+  for (int sig : {SIGINT, SIGTERM, SIGHUP})
+    sigaction(sig, &sa, nullptr);
+  return true;
+}
 
 int usage_error(const std::string &message) {
   std::fprintf(stderr, "qzcall: %s\nTry 'qzcall --help' for more information.\n", message.c_str());
@@ -146,7 +175,9 @@ bool read_all(const std::string &file, std::string &out) {
 
 // Reports a server that ended badly when stopped; true when it stopped cleanly.
 bool stop_server(Session &s) {
+  g_server_pid = -1;  // stopped and reaped below: the handler leaves it alone
   qz::client::ExitInfo e = s.stop();
+  g_shm_id = -1;
   if (e.exited && e.code == 0) return true;
   std::fprintf(stderr, "qzcall: the server %s\n", e.describe().c_str());
   return false;
@@ -244,10 +275,7 @@ int main(int argc, char **argv) {
     if (!find_server(server, opt.server)) return kExitUsage;
     opt.segment_size = qz::call::segment_bytes(script);
     Session s;
-    if (!s.start(opt)) {
-      std::fprintf(stderr, "qzcall: %s\n", s.error().c_str());
-      return 1;
-    }
+    if (!start_server(s, opt)) return 1;
     int status = qz::call::run_script(s, script, stdout);
     std::fflush(stdout);
     if (!stop_server(s)) status = 1;
@@ -306,10 +334,7 @@ int main(int argc, char **argv) {
     so.connstr = argv[i];
     if (!find_server(server, opt.server)) return kExitUsage;
     Session s;
-    if (!s.start(opt)) {
-      std::fprintf(stderr, "qzcall: %s\n", s.error().c_str());
-      return 1;
-    }
+    if (!start_server(s, opt)) return 1;
     int status = qz::call::run_sql(s, so);
     std::fflush(stdout);
     if (!stop_server(s)) status = 1;
