@@ -19,3 +19,9 @@ qz_e2e_test(test_connections SOURCES test_connections.cpp
 target_include_directories(test_connections PRIVATE ${PROJECT_SOURCE_DIR}/dll/odbc
                                                     ${PROJECT_SOURCE_DIR}/support)
 add_dependencies(test_connections qzodbc qzodbc-test qzfaultodbc qzodbcinterpose)
+
+# Statements, parameters, results and data on SQLite and PostgreSQL.
+qz_e2e_test(test_statements SOURCES test_statements.cpp FIXTURES ${QZ_PG_FIXTURE})
+target_include_directories(test_statements PRIVATE ${PROJECT_SOURCE_DIR}/dll/odbc
+                                                   ${PROJECT_SOURCE_DIR}/support)
+add_dependencies(test_statements qzodbc)
