@@ -506,4 +506,129 @@ TEST_P(Results, RowCountsAndRefusals) {
 
 QZ_ON_BOTH_BACKENDS(Results);
 
+// ---- transactions, character sets, text parameters, truncation ------------------------
+
+class Storage : public BackendTest {};
+
+// With autocommit off a row is invisible to an independent connection until Commit, and
+// gone after Rollback.
+TEST_P(Storage, TransactionsCommitAndRollBack) {
+  Server srv;
+  int conn = srv.connect(spec());
+  const std::string t = table("tx");
+  srv.run(conn, "CREATE TABLE " + t + " (k INTEGER)");
+  ASSERT_EQ(srv.call("SetAutocommit", {Arg::integer(conn), Arg::integer(0)}), qz::kOk);
+  int ins = srv.prepared(conn, "INSERT INTO " + t + " VALUES (?)");
+  ASSERT_EQ(srv.execute(ins, {Arg::integer(1)}), qz::kOk);
+  EXPECT_EQ(stored("SELECT count(*) FROM " + t), "0\n");
+  ASSERT_EQ(srv.call("Commit", {Arg::integer(conn)}), qz::kOk);
+  EXPECT_EQ(stored("SELECT count(*) FROM " + t), "1\n");
+  ASSERT_EQ(srv.execute(ins, {Arg::integer(2)}), qz::kOk);
+  ASSERT_EQ(srv.call("Rollback", {Arg::integer(conn)}), qz::kOk);
+  EXPECT_EQ(stored("SELECT k FROM " + t), "1\n");
+  srv.stop_cleanly();
+}
+
+// HP Roman-8 text (e-acute 0xC5, a-umlaut 0xCC) is stored as ISO 8859-1 (0xE9, 0xE4), and
+// comes back as Roman-8 in GetData, packed rows and column titles.
+TEST_P(Storage, CharacterSetsAreMappedBothWays) {
+  Server srv;
+  int conn = srv.connect(spec());
+  const std::string t = table("cs");
+  srv.run(conn, "CREATE TABLE " + t + " (k INTEGER, s VARCHAR(20))");
+  srv.run(conn, "INSERT INTO " + t + " VALUES (1, 'caf\xC5')");
+  int ins = srv.prepared(conn, "INSERT INTO " + t + " VALUES (?, ?)");
+  ASSERT_EQ(srv.execute(ins, {Arg::integer(2), Arg::string("\xCCrger")}), qz::kOk);
+  EXPECT_EQ(stored("SELECT k, s FROM " + t + " ORDER BY k"), "1|caf\xE9\n2|\xE4rger\n");
+
+  int sel = 0;
+  ASSERT_EQ(srv.direct(conn, "SELECT s AS \"caf\xC5\" FROM " + t + " ORDER BY k", sel), qz::kOk);
+  ASSERT_EQ(
+      srv.call("GetColumnTitle", {Arg::integer(sel), Arg::integer(1), Arg::string_var("", 20)}),
+      qz::kOk);
+  EXPECT_EQ(srv.last.args[2].as_string(), "caf\xC5");
+  ASSERT_EQ(
+      srv.call("GetColumnVarName", {Arg::integer(sel), Arg::integer(1), Arg::string_var("", 20)}),
+      qz::kOk);
+  EXPECT_EQ(srv.last.args[2].as_string(), "Column_1");  // a byte above 127 in the title
+  std::string packed;
+  ASSERT_EQ(srv.fetch_packed(sel, &packed), qz::kOk);
+  EXPECT_EQ(packed, entry(false, "Column_1", "caf\xC5") + "$");
+  // Read twice: converted once.
+  EXPECT_EQ(srv.text(sel, 1), "caf\xC5");
+  ASSERT_EQ(srv.fetch(sel), qz::kOk);
+  EXPECT_EQ(srv.text(sel, 1), "\xCCrger");
+  EXPECT_EQ(srv.text(sel, 1), "\xCCrger");
+  srv.stop_cleanly();
+}
+
+// A text parameter's buffer follows its described precision and the two settings.
+TEST_P(Storage, TextParameterSizes) {
+  Server srv;
+  int conn = srv.connect(spec());
+  const std::string t = table("tp");
+  srv.run(conn, "CREATE TABLE " + t + " (k INTEGER, tx TEXT)");
+  const std::string sql = "INSERT INTO " + t + " VALUES (?, ?)";
+  const std::string text2000(2000, 'w');
+  int ins = srv.prepared(conn, sql);
+  EXPECT_EQ(srv.call("SetParam", {Arg::integer(ins), Arg::integer(2), Arg::string(text2000)}),
+            qz::kNoRoom);
+  ASSERT_EQ(srv.call("SetTextColumnSize", {Arg::integer(1024), Arg::integer(4096)}), qz::kOk);
+  EXPECT_EQ(srv.call("SetParam", {Arg::integer(ins), Arg::integer(2), Arg::string(text2000)}),
+            qz::kNoRoom);  // made before the change
+  ins = srv.prepared(conn, sql);
+  EXPECT_EQ(srv.execute(ins, {Arg::integer(1), Arg::string(text2000)}), qz::kOk);
+
+  // With both sizes at their largest, the longest text a buffer takes: the described
+  // precision, or one less than the maximum for a longer column.
+  ASSERT_EQ(srv.call("SetTextColumnSize", {Arg::integer(32767), Arg::integer(32767)}), qz::kOk);
+  ins = srv.prepared(conn, sql);
+  int precision = 0;
+  ASSERT_EQ(srv.int_of("GetParamPrecision", ins, 2, &precision), qz::kOk);
+  const int longest = precision <= 32767 ? precision : 32766;
+  EXPECT_EQ(srv.execute(ins, {Arg::integer(2), Arg::string(std::string(longest, 'x'))}), qz::kOk);
+  EXPECT_EQ(srv.execute(ins, {Arg::integer(3), Arg::string(std::string(longest + 1, 'x'))}),
+            qz::kNoRoom);
+  EXPECT_EQ(stored("SELECT k, length(tx) FROM " + t + " ORDER BY k"),
+            "1|2000\n2|" + std::to_string(longest) + "\n");
+  srv.stop_cleanly();
+}
+
+// A value longer than its column buffer arrives cut, and the driver's 01004 is logged and
+// readable after the successful Fetch.
+TEST_P(Storage, TruncationIsReported) {
+  Server srv;
+  srv.log_to_stderr();
+  int conn = srv.connect(spec());
+  const std::string t = table("tr");
+  std::string sql, value;
+  if (pg()) {
+    // A negative NUMERIC(20, 2) at full width: bound as text of p + 1 bytes.
+    srv.run(conn, "CREATE TABLE " + t + " (n NUMERIC(20, 2))");
+    srv.run(conn, "INSERT INTO " + t + " VALUES (-123456789012345678.90)");
+    sql = "SELECT n FROM " + t;
+    value = "-123456789012345678.90";
+  } else {
+    // The SQLite driver describes an expression column as VARCHAR(255).
+    srv.run(conn, "CREATE TABLE " + t + " (s VARCHAR(300))");
+    value = std::string(300, 'v');
+    srv.run(conn, "INSERT INTO " + t + " VALUES ('" + value + "')");
+    sql = "SELECT s || '' FROM " + t;
+  }
+  int stmt = 0;
+  ASSERT_EQ(srv.direct(conn, sql, stmt), qz::kOk);
+  int precision = 0;
+  ASSERT_EQ(srv.int_of("GetColumnPrecision", stmt, 1, &precision), qz::kOk);
+  EXPECT_EQ(precision, pg() ? 20 : 255);
+  ASSERT_EQ(srv.fetch(stmt), qz::kOk);
+  EXPECT_EQ(srv.states(), std::vector<std::string>{"01004"});
+  EXPECT_TRUE(std::regex_search(srv.log(), std::regex("O2: statement\\.cpp\\(\\d+\\): [^\n]* "
+                                                      "SQLState=01004 \\[\\d+\\]\n")))
+      << srv.log();
+  EXPECT_EQ(srv.text(stmt, 1), value.substr(0, static_cast<std::size_t>(precision)));
+  srv.stop_cleanly();
+}
+
+QZ_ON_BOTH_BACKENDS(Storage);
+
 }  // namespace
