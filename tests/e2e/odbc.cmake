@@ -29,7 +29,8 @@ add_dependencies(test_statements qzodbc)
 # What one driver alone expresses: typed parameters and NUMERIC rules on PostgreSQL, the
 # fault driver's work-arounds and failures, SIGTERM with sessions open or a statement
 # running in the database.
-qz_e2e_test(test_statement_drivers SOURCES test_statement_drivers.cpp FIXTURES ${QZ_PG_FIXTURE})
+qz_e2e_test(test_statement_drivers SOURCES test_statement_drivers.cpp
+            ENV QZ_SERVER_ODBC_TEST=$<TARGET_FILE:qzodbc-test> FIXTURES ${QZ_PG_FIXTURE})
 target_include_directories(test_statement_drivers PRIVATE ${PROJECT_SOURCE_DIR}/dll/odbc
                                                           ${PROJECT_SOURCE_DIR}/support)
-add_dependencies(test_statement_drivers qzodbc qzfaultodbc)
+add_dependencies(test_statement_drivers qzodbc qzodbc-test qzfaultodbc)

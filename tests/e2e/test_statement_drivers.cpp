@@ -10,6 +10,7 @@
 #include <chrono>
 #include <filesystem>
 #include <fstream>
+#include <functional>
 #include <regex>
 #include <thread>
 
@@ -300,6 +301,58 @@ TEST(FaultDriver, FailuresOfTheDriverGiveTheirStatuses) {
     EXPECT_EQ(srv.get_string(stmt, 1, &text), qz::kNotReady);
     EXPECT_EQ(srv.call("DropStatement", {Arg::integer(stmt)}), qz::kOk);
   }
+  srv.stop_cleanly();
+}
+
+// Every allocation of the statement path failing in turn: status 2 each time, no
+// statement left behind, nothing leaked (the sanitizer build checks that at exit), and
+// the next attempt succeeds.
+TEST(AllocationFailures, EveryFailingAllocationGivesStatus2) {
+  FaultDb db;
+  Server srv(qz::test::server_options("QZ_SERVER_ODBC_TEST", kNative));
+  int conn = srv.connect(db.spec(""));
+  srv.run(conn, "CREATE TABLE t (k INTEGER, s VARCHAR(10))");
+  srv.run(conn, "INSERT INTO t VALUES (1, 'one')");
+  // Runs `step` with the n-th allocation failing, for n = 1, 2, ... until it succeeds;
+  // returns how many failed.
+  auto failures = [&](const std::function<int()> &step) {
+    int failed = 0;
+    for (int n = 1; n <= 40; ++n) {
+      EXPECT_EQ(srv.call("FailAlloc", {Arg::integer(n)}), 0);
+      int st = step();
+      EXPECT_EQ(srv.call("FailAlloc", {Arg::integer(0)}), 0);
+      if (st == qz::kOk) break;
+      EXPECT_EQ(st, qz::kNoMemory) << "allocation " << n;
+      ++failed;
+    }
+    return failed;
+  };
+  int stmt = 0;
+  // The SQL text, the record, the SQL copy, the column array, two titles, two variable
+  // names, two buffers, the parameter array, its buffer.
+  EXPECT_EQ(failures([&] {
+              stmt = 0;
+              int st = srv.prepare(conn, "SELECT k, s FROM t WHERE k = ?", stmt);
+              EXPECT_EQ(stmt, st == 0 ? 1 : 0);
+              return st;
+            }),
+            12);
+  EXPECT_EQ(failures([&] { return srv.execute(stmt, {Arg::integer(1)}); }), 0);
+  EXPECT_EQ(failures([&] { return srv.fetch(stmt); }), 0);
+  EXPECT_EQ(
+      failures([&] {
+        return srv.call("SetColumnType", {Arg::integer(stmt), Arg::integer(2), Arg::integer(6)});
+      }),
+      1);
+  // Undescribed parameters get their buffers from the setters and from execute.
+  int conn2 = srv.connect(db.spec("SQLDescribeParam:unsupported"));
+  int ins = srv.prepared(conn2, "INSERT INTO t VALUES (?, ?)");
+  EXPECT_EQ(failures([&] {
+              return srv.call("SetParam", {Arg::integer(ins), Arg::integer(1), Arg::integer(2)});
+            }),
+            1);
+  EXPECT_EQ(failures([&] { return srv.execute(ins); }), 1);
+  EXPECT_EQ(db.rows("SELECT k, s FROM t ORDER BY k"), "1|one\n2|None\n");
   srv.stop_cleanly();
 }
 
