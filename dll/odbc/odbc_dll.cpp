@@ -12,10 +12,8 @@
 
 #include "bridge.hpp"
 #include "connection.hpp"
+#include "numtext.hpp"
 #include "util.hpp"
-
-int text_column_def_size = 1024;
-int text_column_max_size = 1024;
 
 namespace {
 
@@ -26,14 +24,6 @@ constexpr int kMaxTextColumnSize = 32767;
 constexpr const char kBuildId[] = __DATE__;
 constexpr const char kVersionId[] = "$Id: odbc_dll.cpp,v 27.1 2011/02/10 13:57:22 qzdev Exp $";
 constexpr const char kRevision[] = "1.8";
-
-// A real truncated toward zero; NaN and values outside the int range give INT_MIN, the
-// x86 processor's "integer indefinite" that a plain conversion produces there.
-int truncate_to_int(double d) {
-  if (!(d > static_cast<double>(INT_MIN) - 1.0 && d < static_cast<double>(INT_MAX) + 1.0))
-    return INT_MIN;
-  return static_cast<int>(d);
-}
 
 }  // namespace
 
@@ -80,7 +70,7 @@ int SetConnectOption(int ConnId, int Option, QzVarArgs va) {
       value = static_cast<std::uint32_t>(*static_cast<const int *>(slot));
       break;
     case RealByReference:
-      value = static_cast<std::uint32_t>(truncate_to_int(*static_cast<const double *>(slot)));
+      value = static_cast<std::uint32_t>(qz::trunc_to_int32(*static_cast<const double *>(slot)));
       break;
     case String: {
       // ODBC takes a string-valued option as the address of NUL-terminated text.
@@ -122,78 +112,286 @@ int Rollback(int ConnId) {
 }
 
 // ---- statements, columns, parameters and data ----------------------------------------
-// These rows are declared with their final prototypes so that the table is complete; the
-// statement methods they call are not built yet, so every one of them refuses with -1
-// (the status the dispatcher gives for a call it cannot make) and touches nothing.
 
-int Prepare(int, const char *, int *) {
-  return -1;
+namespace {
+
+// Which statement method makes the statement of Prepare, ExecDirect, Tables and Columns.
+enum class Make { prepare, execdirect, tables, columns };
+
+int text_len(const char *text) {
+  return static_cast<int>(std::strlen(text));
 }
-int ExecDirect(int, const char *, int *) {
-  return -1;
+
+// The common steps of the statement-creating functions: the statement that StmtId names
+// (if any) is dropped and its identifier reused; a failed method leaves no statement and
+// StmtId 0. texts holds the SQL, or the four catalog arguments.
+int make_statement(int ConnId, int *StmtId, Make how, const char *const *texts) {
+  StmtDesc *desc = nullptr;
+  if (*StmtId != 0) {
+    if (stmt *old = find_statement(*StmtId, &desc)) old->methods->drop(&old);
+  }
+  stmt *s = nullptr;
+  if (int st = create_statement(ConnId, &s, StmtId, desc)) return st;
+  int st = 0;
+  switch (how) {
+    case Make::prepare:
+      st = s->methods->prepare(s, texts[0], text_len(texts[0]));
+      break;
+    case Make::execdirect:
+      st = s->methods->execdirect(s, texts[0], text_len(texts[0]));
+      break;
+    case Make::tables:
+      st = s->methods->tables(s, texts[0], text_len(texts[0]), texts[1], text_len(texts[1]),
+                              texts[2], text_len(texts[2]), texts[3], text_len(texts[3]));
+      break;
+    case Make::columns:
+      st = s->methods->columns(s, texts[0], text_len(texts[0]), texts[1], text_len(texts[1]),
+                               texts[2], text_len(texts[2]), texts[3], text_len(texts[3]));
+      break;
+  }
+  if (st == 0) return qz::kOk;
+  remove_statement(*StmtId);
+  *StmtId = 0;
+  s->methods->drop(&s);
+  return st;
 }
-int Tables(int, const char *, const char *, const char *, const char *, int *) {
-  return -1;
+
+// The kind of a variable argument: its resolved prototype type when it is a single value,
+// 0 for an array or an argument the dispatcher cannot describe.
+int single_kind(void *slot) {
+  const QzArgInfoRec *info = QzArgInfo(slot);
+  if (!info || info->elcnt != 1) return 0;
+  return info->type;
 }
-int Columns(int, const char *, const char *, const char *, const char *, int *) {
-  return -1;
+
+// Binds one value argument as parameter par with the setter its kind calls for; 8 for an
+// array or any other kind.
+int set_value(stmt *s, int par, void *slot) {
+  switch (single_kind(slot)) {
+    case IntByReference:
+      return s->methods->setparam_INT(s, par, *static_cast<const int *>(slot));
+    case RealByReference:
+      return s->methods->setparam_DOUBLE(s, par, *static_cast<const double *>(slot));
+    case String: {
+      const QzStr *str = static_cast<const QzStr *>(slot);
+      return s->methods->setparam_STRING(s, par, str->text, str->len);
+    }
+    default:
+      return qz::kBadArgument;
+  }
 }
-int DropStatement(int) {
-  return -1;
+
+// Packs the fetched row into buf: one entry per column, named by its variable name.
+int pack_row(stmt *s, QzStr *buf) {
+  xpack_begin(buf);
+  for (int i = 1; i <= s->num_columns; ++i) {
+    char *text = nullptr;
+    if (int st = s->methods->getdata_STRING(s, i, &text)) return st;
+    // The C type decides the lead byte; a timestamp's text goes as text.
+    SQLSMALLINT ctype = s->rset[i - 1].ctype;
+    bool numeric =
+        ctype == SQL_C_LONG || ctype == SQL_C_DOUBLE || ctype == SQL_C_DATE || ctype == SQL_C_TIME;
+    if (numeric && (!text || !*text)) text = const_cast<char *>("0");
+    if (int st = xpack_var(buf, nullptr, s->rset[i - 1].varname, numeric, 0, text)) return st;
+  }
+  return xpack_end(buf);
 }
-int GetNumColumns(int, int *) {
-  return -1;
+
+}  // namespace
+
+int Prepare(int ConnId, const char *Sql, int *StmtId) {
+  return make_statement(ConnId, StmtId, Make::prepare, &Sql);
 }
-int GetColumnTitle(int, int, QzStr *) {
-  return -1;
+
+int ExecDirect(int ConnId, const char *Sql, int *StmtId) {
+  return make_statement(ConnId, StmtId, Make::execdirect, &Sql);
 }
-int GetColumnVarName(int, int, QzStr *) {
-  return -1;
+
+int Tables(int ConnId, const char *Qual, const char *Owner, const char *Name, const char *Type,
+           int *StmtId) {
+  const char *texts[] = {Qual, Owner, Name, Type};
+  return make_statement(ConnId, StmtId, Make::tables, texts);
 }
-int GetColumnType(int, int, int *) {
-  return -1;
+
+int Columns(int ConnId, const char *Qual, const char *Owner, const char *Name, const char *Column,
+            int *StmtId) {
+  const char *texts[] = {Qual, Owner, Name, Column};
+  return make_statement(ConnId, StmtId, Make::columns, texts);
 }
-int SetColumnType(int, int, int) {
-  return -1;
+
+int DropStatement(int StmtId) {
+  stmt *s = remove_statement(StmtId);
+  if (!s) return qz::kBadArgument;
+  s->methods->drop(&s);
+  return qz::kOk;
 }
-int GetColumnPrecision(int, int, int *) {
-  return -1;
+
+int GetNumColumns(int StmtId, int *NumColumns) {
+  stmt *s = find_statement(StmtId);
+  if (!s) return qz::kBadArgument;
+  *NumColumns = s->num_columns;
+  return qz::kOk;
 }
-int GetColumnScale(int, int, int *) {
-  return -1;
+
+int GetColumnTitle(int StmtId, int ColNumber, QzStr *ColTitle) {
+  stmt *s = find_statement(StmtId);
+  if (!s) return qz::kBadArgument;
+  char *text = nullptr;
+  if (int st = s->methods->column_TITLE(s, ColNumber, &text)) return st;
+  return str2QzStr(text, ColTitle);
 }
-int GetColumnNullable(int, int, int *) {
-  return -1;
+
+int GetColumnVarName(int StmtId, int ColNumber, QzStr *ColName) {
+  stmt *s = find_statement(StmtId);
+  if (!s) return qz::kBadArgument;
+  char *text = nullptr;
+  if (int st = s->methods->column_VARNAME(s, ColNumber, &text)) return st;
+  return str2QzStr(text, ColName);
 }
-int Execute(int, QzVarArgs) {
-  return -1;
+
+int GetColumnType(int StmtId, int ColNumber, int *ColType) {
+  stmt *s = find_statement(StmtId);
+  if (!s) return qz::kBadArgument;
+  return s->methods->column_TYPE(s, ColNumber, ColType);
 }
-int SetParam(int, QzVarArgs) {
-  return -1;
+
+int SetColumnType(int StmtId, int ColNumber, int ColType) {
+  stmt *s = find_statement(StmtId);
+  if (!s) return qz::kBadArgument;
+  return s->methods->column_SETTYPE(s, ColNumber, ColType);
 }
-int GetParamType(int, int, int *) {
-  return -1;
+
+int GetColumnPrecision(int StmtId, int ColNumber, int *ColPrec) {
+  stmt *s = find_statement(StmtId);
+  if (!s) return qz::kBadArgument;
+  return s->methods->column_PRECISION(s, ColNumber, ColPrec);
 }
-int GetParamPrecision(int, int, int *) {
-  return -1;
+
+int GetColumnScale(int StmtId, int ColNumber, int *ColScale) {
+  stmt *s = find_statement(StmtId);
+  if (!s) return qz::kBadArgument;
+  return s->methods->column_SCALE(s, ColNumber, ColScale);
 }
-int GetParamScale(int, int, int *) {
-  return -1;
+
+int GetColumnNullable(int StmtId, int ColNumber, int *ColNull) {
+  stmt *s = find_statement(StmtId);
+  if (!s) return qz::kBadArgument;
+  return s->methods->column_NULLABLE(s, ColNumber, ColNull);
 }
-int GetParamNullable(int, int, int *) {
-  return -1;
+
+int Execute(int StmtId, QzVarArgs va) {
+  stmt *s = find_statement(StmtId);
+  if (!s) return qz::kBadArgument;
+  int n = QzFuncInfo()->arg_cnt - 1;
+  // Values are bound in order; a bad one stops there, leaving the earlier ones bound.
+  for (int k = 1; k <= n; ++k)
+    if (int st = set_value(s, k, va.slot[k - 1])) return st;
+  return s->methods->execute(s);
 }
-int Fetch(int, QzVarArgs) {
-  return -1;
+
+int SetParam(int StmtId, QzVarArgs va) {
+  stmt *s = find_statement(StmtId);
+  if (!s) return qz::kBadArgument;
+  int argc = QzFuncInfo()->arg_cnt;
+  if (argc < 2) return qz::kArgCount;
+  void *number = va.slot[0];
+  int par = 0;
+  switch (single_kind(number)) {
+    case IntByReference:
+      par = *static_cast<const int *>(number);
+      break;
+    case RealByReference:
+      par = qz::trunc_to_int32(*static_cast<const double *>(number));
+      break;
+    default:
+      return qz::kBadArgument;
+  }
+  if (argc == 2) return s->methods->setparam_NULL(s, par);
+  if (argc > 3) return qz::kArgCount;
+  return set_value(s, par, va.slot[1]);
 }
-int IsNull(int, int, int *) {
-  return -1;
+
+int GetParamType(int StmtId, int ParNumber, int *ParType) {
+  stmt *s = find_statement(StmtId);
+  if (!s) return qz::kBadArgument;
+  return s->methods->param_TYPE(s, ParNumber, ParType);
 }
-int GetData(int, int, QzVarArgs) {
-  return -1;
+
+int GetParamPrecision(int StmtId, int ParNumber, int *ParPrec) {
+  stmt *s = find_statement(StmtId);
+  if (!s) return qz::kBadArgument;
+  return s->methods->param_PRECISION(s, ParNumber, ParPrec);
 }
-int RowCount(int, int *) {
-  return -1;
+
+int GetParamScale(int StmtId, int ParNumber, int *ParScale) {
+  stmt *s = find_statement(StmtId);
+  if (!s) return qz::kBadArgument;
+  return s->methods->param_SCALE(s, ParNumber, ParScale);
+}
+
+int GetParamNullable(int StmtId, int ParNumber, int *ParNull) {
+  stmt *s = find_statement(StmtId);
+  if (!s) return qz::kBadArgument;
+  return s->methods->param_NULLABLE(s, ParNumber, ParNull);
+}
+
+int Fetch(int StmtId, QzVarArgs va) {
+  stmt *s = find_statement(StmtId);
+  if (!s) return qz::kBadArgument;
+  int argc = QzFuncInfo()->arg_cnt;
+  if (argc < 2) return qz::kArgCount;
+  int *status = static_cast<int *>(va.slot[0]);
+  if (single_kind(status) != IntByReference) return qz::kBadArgument;
+  int st = s->methods->fetch(s);
+  if (st == qz::kNoMoreRows) {
+    *status = 0;
+    return qz::kOk;
+  }
+  if (st) return st;
+  *status = 1;
+  if (argc == 2) return qz::kOk;
+  if (argc > 3) return qz::kArgCount;  // the row stays fetched
+  void *buffer = va.slot[1];
+  const QzArgInfoRec *info = QzArgInfo(buffer);
+  if (!info || info->elcnt != 1) return qz::kBadArgument;
+  if (info->type != String) return qz::kArgCount;
+  return pack_row(s, static_cast<QzStr *>(buffer));
+}
+
+int IsNull(int StmtId, int ColNumber, int *IsNull) {
+  stmt *s = find_statement(StmtId);
+  if (!s) return qz::kBadArgument;
+  return s->methods->isnull(s, ColNumber, IsNull);
+}
+
+int GetData(int StmtId, int ColNumber, QzVarArgs va) {
+  stmt *s = find_statement(StmtId);
+  if (!s) return qz::kBadArgument;
+  if (QzFuncInfo()->arg_cnt != 3) return qz::kArgCount;
+  void *value = va.slot[0];
+  switch (single_kind(value)) {
+    case IntByReference: {
+      int v = 0;
+      int st = s->methods->getdata_INT(s, ColNumber, &v);
+      if (st == 0) *static_cast<int *>(value) = v;
+      return st;
+    }
+    case RealByReference:
+      return s->methods->getdata_DOUBLE(s, ColNumber, static_cast<double *>(value));
+    case String: {
+      char *text = nullptr;
+      if (int st = s->methods->getdata_STRING(s, ColNumber, &text)) return st;
+      return str2QzStr(text, static_cast<QzStr *>(value));
+    }
+    default:
+      return qz::kBadArgument;
+  }
+}
+
+int RowCount(int StmtId, int *NumRows) {
+  stmt *s = find_statement(StmtId);
+  if (!s) return qz::kBadArgument;
+  return s->methods->rowcount(s, NumRows);
 }
 
 // ---- diagnostics, settings, version texts --------------------------------------------

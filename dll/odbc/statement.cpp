@@ -1,6 +1,7 @@
-// The statement's life: creation, attaching to a connection (one reference), dropping,
-// the connection check, allocating the ODBC statement handle and emptying a statement.
-// The execution, column and parameter methods fill the other slots of stmt_m.
+// The statement's life and execution: creation, attaching to a connection (one
+// reference), dropping, the connection check, allocating and emptying the handle,
+// preparing with the parameter description, binding with its fall-back, direct execution,
+// the catalog queries, execute, fetch and the row count; and the method table stmt_m.
 #include "statement.hpp"
 
 #include <cstdlib>
@@ -8,10 +9,141 @@
 
 #include "bridge.hpp"
 #include "dllmain.hpp"
+#include "odbc_dll.hpp"
+#include "qzcharset.hpp"
+#include "sqltypes.hpp"
+#include "statement_parts.hpp"
+
+// The text buffer settings that SetTextColumnSize changes live beside their readers, so
+// that the statement object links without the function table.
+int text_column_def_size = 1024;
+int text_column_max_size = 1024;
+
+void *volatile qz::stmt_in_driver = nullptr;
 
 namespace {
 
 constexpr unsigned kStateBits = STMT_PREPARED | STMT_FETCHED | STMT_END_OF_DATA;
+constexpr int kRoman8 = 0;     // character set ids of qz__charset_map
+constexpr int kIso8859_1 = 1;  //
+
+// Marks hstmt as inside the driver for the length of one ODBC call that may wait for the
+// database, so that the termination signal can cancel it.
+class InDriver {
+ public:
+  explicit InDriver(SQLHSTMT h) { qz::stmt_in_driver = h; }
+  ~InDriver() { qz::stmt_in_driver = nullptr; }
+  InDriver(const InDriver &) = delete;
+  InDriver &operator=(const InDriver &) = delete;
+};
+
+// The connection check at the start of the execution methods: 0, or 1116 (logged) after
+// verify_connection emptied the statement.
+int check_connection(stmt *s) {
+  if (verify_connection(s) == 0) return qz::kOk;
+  QZ_OLOG(2, "ODBC connection has not been established");
+  return qz::kNotConnected;
+}
+
+// The first steps of prepare and execdirect: the connection check, the handle, and a
+// NUL-terminated copy of the SQL in ISO 8859-1 at *copy (the caller frees it).
+int begin_sql(stmt *s, const char *sql, int sql_len, char **copy) {
+  QZ_ASSERT(sql);
+  QZ_ASSERT(sql_len >= 0);
+  if (int st = check_connection(s)) return st;
+  if (setup_statement(s) != 0) return qz::kHandleAlloc;
+  std::size_t n = static_cast<std::size_t>(sql_len) + 1;
+  *copy = static_cast<char *>(dll_alloc(n));
+  if (!*copy) {
+    QZ_OLOG(1, "Memory allocation failed (%u bytes)", static_cast<unsigned>(n));
+    return qz::kNoMemory;
+  }
+  std::memcpy(*copy, sql, n - 1);
+  (*copy)[sql_len] = '\0';
+  qz__charset_map(kRoman8, kIso8859_1, *copy, static_cast<unsigned>(sql_len));
+  return qz::kOk;
+}
+
+SQLCHAR *sqltext(char *text) {
+  return reinterpret_cast<SQLCHAR *>(text);
+}
+
+// A catalog argument: a text of length 0 is passed as a null pointer, which the driver
+// takes as no restriction.
+SQLCHAR *catalog_arg(const char *text, int len) {
+  QZ_ASSERT(text);
+  QZ_ASSERT(len >= 0);
+  return len ? reinterpret_cast<SQLCHAR *>(const_cast<char *>(text)) : nullptr;
+}
+
+// The parameter description of a freshly prepared statement: one record per marker, each
+// described, given a buffer and bound, unless the driver cannot describe parameters.
+int setup_params(stmt *s) {
+  if (s->num_params != 0) {
+    QZ_OLOG(2, "ODBC statement still has parameters attached");
+    return qz::kOdbcFailed;
+  }
+  SQLSMALLINT count = 0;
+  SQLRETURN rc = SQLNumParams(s->hstmt, &count);
+  if (QZ_STMT_ERR(s, rc)) {
+    drop_statement(s);
+    return qz::kOdbcFailed;
+  }
+  if (count <= 0) return qz::kOk;
+  std::size_t bytes = sizeof(column) * static_cast<std::size_t>(count);
+  s->params = static_cast<column *>(dll_alloc(bytes));
+  if (!s->params) {
+    QZ_OLOG(1, "Memory allocation failed (%u bytes)", static_cast<unsigned>(bytes));
+    drop_statement(s);
+    return qz::kNoMemory;
+  }
+  std::memset(s->params, 0, bytes);
+  s->num_params = count;
+  // Undescribed parameters are bound by their first setter, or as null text at execute.
+  if (!s->conn->describe_param_ok) return qz::kOk;
+  for (int k = 1; k <= count; ++k) {
+    column *p = &s->params[k - 1];
+    SQLSMALLINT sql_type = 0, scale = 0, nullable = 0;
+    SQLULEN precision = 0;
+    rc = SQLDescribeParam(s->hstmt, static_cast<SQLUSMALLINT>(k), &sql_type, &precision, &scale,
+                          &nullable);
+    if (QZ_STMT_ERR(s, rc)) {
+      const odbc_error *e = last_odbc_error();
+      if (!e || !e->sqlstate || std::strcmp(e->sqlstate, "IM001") != 0) {
+        drop_statement(s);
+        return qz::kOdbcFailed;
+      }
+      QZ_OLOG(2, "working around unsupported SQLDescribeParam() function");
+      s->conn->describe_param_ok = 0;
+      return qz::kOk;
+    }
+    p->precision = static_cast<unsigned>(precision);
+    p->scale = scale;
+    p->nullable = nullable;
+    qz::ColumnBuffer b = qz::buffer_for_sql_type(sql_type, p->precision, scale,
+                                                 text_column_def_size, text_column_max_size);
+    p->ctype = b.ctype;
+    p->size = b.size;
+    if (qz__IsLog('O', 3)) {
+      char name[qz::kSqlTypeNameSize];
+      QZ_OLOG(3, "param[%d] type=%s->%s precision=%u scale=%d nullable=%d", k - 1,
+              qz::sql_type_name(sql_type, name), qz::c_type_name(p->ctype), p->precision, p->scale,
+              p->nullable);
+    }
+    p->data = dll_alloc(static_cast<std::size_t>(p->size));
+    if (!p->data) {
+      QZ_OLOG(1, "Memory allocation failed (%u bytes)", static_cast<unsigned>(p->size));
+      drop_statement(s);
+      return qz::kNoMemory;
+    }
+    p->len_ind = SQL_NULL_DATA;
+    if (qz::bind_with_fallback(s, k, sql_type)) {
+      drop_statement(s);
+      return qz::kOdbcFailed;
+    }
+  }
+  return qz::kOk;
+}
 
 void attach(stmt *s, connection *conn) {
   QZ_ASSERT(!s->conn);
@@ -36,16 +168,185 @@ void drop(stmt **stmt_p) {
   *stmt_p = nullptr;
 }
 
+int prepare(stmt *s, const char *sql, int sql_len) {
+  char *copy = nullptr;
+  if (int st = begin_sql(s, sql, sql_len, &copy)) return st;
+  SQLRETURN rc;
+  {
+    InDriver guard(s->hstmt);
+    rc = SQLPrepare(s->hstmt, sqltext(copy), sql_len);
+  }
+  std::free(copy);
+  if (QZ_STMT_ERR(s, rc)) {
+    drop_statement(s);
+    return qz::kPrepareFailed;
+  }
+  s->flags |= STMT_PREPARED;
+  if (int st = setup_result(s)) return st;
+  return setup_params(s);
+}
+
+int execdirect(stmt *s, const char *sql, int sql_len) {
+  char *copy = nullptr;
+  if (int st = begin_sql(s, sql, sql_len, &copy)) return st;
+  SQLRETURN rc;
+  {
+    InDriver guard(s->hstmt);
+    rc = SQLExecDirect(s->hstmt, sqltext(copy), sql_len);
+  }
+  std::free(copy);
+  if (QZ_STMT_ERR(s, rc)) {
+    drop_statement(s);
+    return qz::kExecuteFailed;
+  }
+  return setup_result(s);
+}
+
+int tables(stmt *s, const char *qual, int qual_len, const char *owner, int owner_len,
+           const char *name, int name_len, const char *type, int type_len) {
+  SQLCHAR *q = catalog_arg(qual, qual_len), *o = catalog_arg(owner, owner_len);
+  SQLCHAR *n = catalog_arg(name, name_len), *t = catalog_arg(type, type_len);
+  if (int st = check_connection(s)) return st;
+  if (setup_statement(s) != 0) return qz::kHandleAlloc;
+  SQLRETURN rc;
+  {
+    InDriver guard(s->hstmt);
+    rc = SQLTables(s->hstmt, q, static_cast<SQLSMALLINT>(qual_len), o,
+                   static_cast<SQLSMALLINT>(owner_len), n, static_cast<SQLSMALLINT>(name_len), t,
+                   static_cast<SQLSMALLINT>(type_len));
+  }
+  if (QZ_STMT_ERR(s, rc)) {
+    drop_statement(s);
+    return qz::kExecuteFailed;
+  }
+  return setup_result(s);
+}
+
+int columns(stmt *s, const char *qual, int qual_len, const char *owner, int owner_len,
+            const char *name, int name_len, const char *col_name, int col_name_len) {
+  SQLCHAR *q = catalog_arg(qual, qual_len), *o = catalog_arg(owner, owner_len);
+  SQLCHAR *n = catalog_arg(name, name_len), *c = catalog_arg(col_name, col_name_len);
+  if (int st = check_connection(s)) return st;
+  if (setup_statement(s) != 0) return qz::kHandleAlloc;
+  SQLRETURN rc;
+  {
+    InDriver guard(s->hstmt);
+    rc = SQLColumns(s->hstmt, q, static_cast<SQLSMALLINT>(qual_len), o,
+                    static_cast<SQLSMALLINT>(owner_len), n, static_cast<SQLSMALLINT>(name_len), c,
+                    static_cast<SQLSMALLINT>(col_name_len));
+  }
+  if (QZ_STMT_ERR(s, rc)) {
+    drop_statement(s);
+    return qz::kExecuteFailed;
+  }
+  return setup_result(s);
+}
+
+int execute(stmt *s) {
+  if (int st = check_connection(s)) return st;
+  if (!(s->flags & STMT_PREPARED)) {
+    QZ_OLOG(2, "ODBC statement has not been prepared");
+    return qz::kNotPrepared;
+  }
+  s->flags &= ~(STMT_FETCHED | STMT_END_OF_DATA);
+  // A parameter that was neither described nor given a value goes as null text.
+  for (int k = 1; k <= s->num_params; ++k) {
+    column *p = &s->params[k - 1];
+    if (p->data) continue;
+    p->ctype = SQL_C_CHAR;
+    p->precision = static_cast<unsigned>(text_column_def_size);
+    p->scale = 0;
+    p->nullable = SQL_NULLABLE;
+    p->size = text_column_def_size + 1;
+    if (qz__IsLog('O', 3))
+      QZ_OLOG(3, "param[%d] type=VARCHAR->C_CHAR precision=%u scale=%d nullable=%d", k - 1,
+              p->precision, 0, 1);
+    p->data = dll_alloc(static_cast<std::size_t>(p->size));
+    if (!p->data) {
+      QZ_OLOG(1, "Memory allocation failed (%u bytes)", static_cast<unsigned>(p->size));
+      return qz::kNoMemory;
+    }
+    p->len_ind = SQL_NULL_DATA;
+    if (qz::bind_with_fallback(s, k, SQL_VARCHAR)) return qz::kOdbcFailed;
+  }
+  SQLRETURN rc;
+  {
+    InDriver guard(s->hstmt);
+    rc = SQLExecute(s->hstmt);
+  }
+  return QZ_STMT_ERR(s, rc) ? qz::kExecuteFailed : qz::kOk;
+}
+
+int fetch(stmt *s) {
+  if (int st = check_connection(s)) return st;
+  if (s->num_columns == 0) {
+    QZ_OLOG(2, "ODBC statement has no result");
+    return qz::kNoResult;
+  }
+  if (s->flags & STMT_END_OF_DATA) return qz::kNoMoreRows;
+  SQLRETURN rc;
+  {
+    InDriver guard(s->hstmt);
+    rc = SQLFetch(s->hstmt);
+  }
+  if (rc == SQL_NO_DATA_FOUND) {
+    s->flags |= STMT_END_OF_DATA;
+    cleanup_odbc_errors();
+    return qz::kNoMoreRows;
+  }
+  if (QZ_STMT_ERR(s, rc)) {
+    drop_statement(s);
+    return qz::kFetchFailed;
+  }
+  s->flags |= STMT_FETCHED;
+  for (int i = 0; i < s->num_columns; ++i)
+    s->rset[i].mapped &= ~1u;
+  return qz::kOk;
+}
+
+int rowcount(stmt *s, int *count) {
+  if (int st = check_connection(s)) return st;
+  SQLLEN n = 0;
+  SQLRETURN rc = SQLRowCount(s->hstmt, &n);
+  // The driver need not set n when the call fails; what it holds is passed on.
+  *count = static_cast<int>(n);
+  return QZ_STMT_ERR(s, rc);
+}
+
 }  // namespace
 
-// Slots 2 to 27 (execution, columns, parameters, data) are filled by the statement
-// methods when they land; until then nothing calls them: the callable functions that
-// would reach them refuse the call before any statement exists.
 const struct stmt_m stmt_m = {
-    attach,  drop,    nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr,
-    nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr,
-    nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr,
+    attach,           drop,           prepare,         execute,
+    execdirect,       tables,         columns,         fetch,
+    column_TITLE,     column_VARNAME, column_TYPE,     column_SETTYPE,
+    column_PRECISION, column_SCALE,   column_NULLABLE, param_TYPE,
+    param_PRECISION,  param_SCALE,    param_NULLABLE,  isnull,
+    getdata_STRING,   getdata_INT,    getdata_DOUBLE,  setparam_NULL,
+    setparam_STRING,  setparam_INT,   setparam_DOUBLE, rowcount,
 };
+
+int qz::bind_with_fallback(stmt *s, int par_no, SQLSMALLINT sql_type) {
+  column *p = &s->params[par_no - 1];
+  connection *conn = s->conn;
+  while (conn->bind_parameter_ok) {
+    SQLRETURN rc =
+        SQLBindParameter(s->hstmt, static_cast<SQLUSMALLINT>(par_no), SQL_PARAM_INPUT, p->ctype,
+                         sql_type, p->precision, p->scale, p->data, p->size, &p->len_ind);
+    if (!QZ_STMT_ERR(s, rc)) return 0;
+    const odbc_error *e = last_odbc_error();
+    if (!e || !e->sqlstate || std::strcmp(e->sqlstate, "IM001") != 0) return -1;
+    QZ_OLOG(2, "working around unsupported SQLBindParameter() function");
+    conn->bind_parameter_ok = 0;
+  }
+  SQLRETURN rc = SQLSetParam(s->hstmt, static_cast<SQLUSMALLINT>(par_no), p->ctype, sql_type,
+                             p->precision, p->scale, p->data, &p->len_ind);
+  return QZ_STMT_ERR(s, rc) ? -1 : 0;
+}
+
+void qz::cancel_statement_in_driver() {
+  SQLHSTMT h = qz::stmt_in_driver;
+  if (h) SQLCancel(h);
+}
 
 int new_statement(connection *conn, stmt **stmt_p) {
   QZ_ASSERT(stmt_p);

@@ -107,3 +107,34 @@ void drop_statement(stmt *s);
 // Free the result column array, respectively the parameter array, with what they own.
 void cleanup_result(stmt *s);
 void cleanup_params(stmt *s);
+
+// Describes and binds the result columns after a successful SQLPrepare, SQLExecDirect,
+// SQLTables or SQLColumns. 0; 1111 (columns already attached, or describing or binding
+// failed), 2; on every failure but the first the statement has been emptied.
+int setup_result(stmt *s);
+
+// Binds the parameter with zero-based index par_idx (0 <= par_idx < num_params) for the C
+// type ctype (SQL_C_CHAR, SQL_C_LONG or SQL_C_DOUBLE) unless it has a buffer already.
+// 0, 2 (the record stays without buffer) or 1111 (it keeps its buffer).
+int bind_param(stmt *s, int par_idx, int ctype);
+
+namespace qz {
+
+// Binds parameter par_no (1-based) whose record holds its C type, precision, scale, buffer,
+// size and indicator, announced as SQL type sql_type: SQLBindParameter while the
+// connection allows it, else SQLSetParam. A driver answering SQLBindParameter with IM001
+// is logged once and bound with SQLSetParam from then on, on every statement of the
+// connection. 0 on success, non-zero on failure (diagnostics queued).
+int bind_with_fallback(stmt *s, int par_no, SQLSMALLINT sql_type);
+
+// The statement handle that is inside a driver call which may wait for the database
+// (prepare, execute, fetch, catalog queries), or null. Read by the termination path,
+// which may cancel that call while it is still running.
+extern void *volatile stmt_in_driver;
+
+// SQLCancel of the statement in stmt_in_driver, if any. Meant for the termination signal
+// arriving during a call: SQLCancel is the one ODBC call designed to run while the
+// statement's own call is in progress. Everything else is left alone.
+void cancel_statement_in_driver();
+
+}  // namespace qz

@@ -127,8 +127,14 @@ void dll_cleanup() {
   // SIGTERM may have interrupted a call anywhere: inside malloc, or inside the driver
   // manager while it holds its non-recursive mutexes. Releasing now could deadlock or
   // corrupt the heap, so nothing is released; the process ends right after this, and the
-  // kernel closes the database connections' sockets.
-  if (dll_in_call) return;
+  // kernel closes the database connections' sockets. A statement still running in the
+  // database would outlive that (a server does not notice a closed client while it
+  // executes), so it is cancelled: SQLCancel is made to run beside its own statement's
+  // call. The host has armed a watchdog first, in case even that cannot proceed.
+  if (dll_in_call) {
+    qz::cancel_statement_in_driver();
+    return;
+  }
   // Statements first: each returns its reference to its connection, so that a connection
   // dropped afterwards reaches refcnt 0 and disconnects; one already removed by
   // Disconnect closes in this pass, with its last statement.

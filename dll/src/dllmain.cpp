@@ -7,6 +7,7 @@
 #include <sys/ipc.h>
 #include <sys/shm.h>
 #include <sys/syscall.h>
+#include <sys/time.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -43,11 +44,33 @@ void set_action(int sig, void (*handler)(int), int flags) {
   sigaction(sig, &sa, nullptr);
 }
 
+// How long the termination path may take inside a call before the process ends anyway.
+constexpr suseconds_t kWatchdogMicros = 800000;
+
+extern "C" void watchdog_expired(int) {
+  _exit(0);
+}
+
+// Inside a call, what dll_cleanup tries (cancelling a statement in the driver) may still
+// block on a lock the interrupted code holds. An interval timer whose handler only calls
+// _exit bounds that wait: it needs no lock and no allocation.
+void arm_watchdog() {
+  set_action(SIGALRM, watchdog_expired, 0);
+  itimerval it{};
+  it.it_value.tv_usec = kWatchdogMicros;
+  setitimer(ITIMER_REAL, &it, nullptr);
+  sigset_t alarm_only;
+  sigemptyset(&alarm_only);
+  sigaddset(&alarm_only, SIGALRM);
+  sigprocmask(SIG_UNBLOCK, &alarm_only, nullptr);
+}
+
 }  // namespace
 
 extern "C" void signal_handler(int sig) {
   if (sig == SIGTERM) {
     bool in_call = dll_in_call != 0;
+    if (in_call) arm_watchdog();
     shmdt(shm_addr);
     dll_cleanup();
     // Inside a call the interrupted code may hold the allocator's or a driver's lock:

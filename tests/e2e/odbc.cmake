@@ -19,3 +19,18 @@ qz_e2e_test(test_connections SOURCES test_connections.cpp
 target_include_directories(test_connections PRIVATE ${PROJECT_SOURCE_DIR}/dll/odbc
                                                     ${PROJECT_SOURCE_DIR}/support)
 add_dependencies(test_connections qzodbc qzodbc-test qzfaultodbc qzodbcinterpose)
+
+# Statements, parameters, results and data on SQLite and PostgreSQL.
+qz_e2e_test(test_statements SOURCES test_statements.cpp FIXTURES ${QZ_PG_FIXTURE})
+target_include_directories(test_statements PRIVATE ${PROJECT_SOURCE_DIR}/dll/odbc
+                                                   ${PROJECT_SOURCE_DIR}/support)
+add_dependencies(test_statements qzodbc)
+
+# What one driver alone expresses: typed parameters and NUMERIC rules on PostgreSQL, the
+# fault driver's work-arounds and failures, SIGTERM with sessions open or a statement
+# running in the database.
+qz_e2e_test(test_statement_drivers SOURCES test_statement_drivers.cpp
+            ENV QZ_SERVER_ODBC_TEST=$<TARGET_FILE:qzodbc-test> FIXTURES ${QZ_PG_FIXTURE})
+target_include_directories(test_statement_drivers PRIVATE ${PROJECT_SOURCE_DIR}/dll/odbc
+                                                          ${PROJECT_SOURCE_DIR}/support)
+add_dependencies(test_statement_drivers qzodbc qzodbc-test qzfaultodbc)

@@ -1,0 +1,36 @@
+// What the statement's own source files share and nothing else includes: the methods of
+// the column and parameter slots of stmt_m (reached by everyone else through the table),
+// and the report of an ODBC return code through the connection's err.
+#pragma once
+
+#include "bridge.hpp"
+#include "statement.hpp"
+
+// conn_m.err for the statement s and return code rc, not quiet, naming the caller's file
+// and line: 0 for SQL_SUCCESS and SQL_SUCCESS_WITH_INFO, else non-zero.
+#define QZ_STMT_ERR(s, rc) ((s)->conn->methods->err(nullptr, (s), (rc), 0, __FILE__, __LINE__))
+
+// Result columns and data (statement_columns.cpp). Column numbers are 1-based; the texts
+// handed out belong to the statement, or to the shared 512-byte buffer of getdata_STRING,
+// which the next getdata_STRING overwrites.
+int column_TITLE(stmt *s, int col, char **text);
+int column_VARNAME(stmt *s, int col, char **text);
+int column_TYPE(stmt *s, int col, int *type);
+int column_SETTYPE(stmt *s, int col, int type);
+int column_PRECISION(stmt *s, int col, int *precision);
+int column_SCALE(stmt *s, int col, int *scale);
+int column_NULLABLE(stmt *s, int col, int *nullable);
+int isnull(stmt *s, int col, int *result);
+int getdata_STRING(stmt *s, int col, char **text);
+int getdata_INT(stmt *s, int col, int *value);
+int getdata_DOUBLE(stmt *s, int col, double *value);
+
+// Parameters (statement_params.cpp). Parameter numbers are 1-based.
+int param_TYPE(stmt *s, int par, int *type);
+int param_PRECISION(stmt *s, int par, int *precision);
+int param_SCALE(stmt *s, int par, int *scale);
+int param_NULLABLE(stmt *s, int par, int *nullable);
+int setparam_NULL(stmt *s, int par);
+int setparam_STRING(stmt *s, int par, const char *text, int len);
+int setparam_INT(stmt *s, int par, int value);
+int setparam_DOUBLE(stmt *s, int par, double value);
