@@ -2,73 +2,20 @@
 // raw cost of the two signals: a SIGUSR2 ping-pong between two processes over a shared
 // segment. Rounds of the two alternate so that both see the same machine state; the
 // medians are compared, with both processes pinned to one core and unpinned.
-#include <sched.h>
-#include <signal.h>
-#include <sys/mman.h>
-#include <sys/wait.h>
-#include <unistd.h>
-
-#include <algorithm>
-#include <chrono>
 #include <cstdio>
 #include <cstdlib>
-#include <cstring>
+#include <span>
 #include <string>
 #include <vector>
 
+#include "pingpong.hpp"
 #include "qzclient.hpp"
 
 namespace {
 
-using Clock = std::chrono::steady_clock;
-
-double median(std::vector<double> v) {
-  std::sort(v.begin(), v.end());
-  return v[v.size() / 2];
-}
-
-void wait_usr2() {
-  sigset_t set;
-  sigemptyset(&set);
-  sigaddset(&set, SIGUSR2);
-  int sig;
-  sigwait(&set, &sig);
-}
-
-// The raw exchange: write a word into the segment, signal, wait for the peer's signal.
-class PingPong {
- public:
-  PingPong() {
-    word_ = static_cast<volatile int *>(
-        mmap(nullptr, 4096, PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0));
-    parent_ = getpid();
-    child_ = fork();
-    if (child_ == 0) {
-      for (;;) {
-        wait_usr2();
-        *word_ = *word_ + 1;
-        kill(parent_, SIGUSR2);
-      }
-    }
-  }
-  ~PingPong() {
-    kill(child_, SIGKILL);
-    waitpid(child_, nullptr, 0);
-    munmap(const_cast<int *>(word_), 4096);
-  }
-  double ns_per_trip(int n) {
-    auto t0 = Clock::now();
-    for (int i = 0; i < n; ++i) {
-      kill(child_, SIGUSR2);
-      wait_usr2();
-    }
-    return std::chrono::duration<double, std::nano>(Clock::now() - t0).count() / n;
-  }
-
- private:
-  volatile int *word_;
-  pid_t parent_, child_;
-};
+using qz::bench::Clock;
+using qz::bench::median;
+using qz::bench::PingPong;
 
 struct Figures {
   double raw, call;
@@ -76,13 +23,7 @@ struct Figures {
 
 bool measure(const std::string &server, const std::string &function, bool pinned, int rounds, int n,
              Figures &out) {
-  cpu_set_t all, one;
-  sched_getaffinity(0, sizeof all, &all);
-  if (pinned) {
-    CPU_ZERO(&one);
-    CPU_SET(sched_getcpu(), &one);
-    sched_setaffinity(0, sizeof one, &one);  // inherited by both peers
-  }
+  qz::bench::Pinning pin(pinned);  // inherited by both peers
   qz::client::Session s;
   qz::client::Options o;
   o.server = server;
@@ -108,7 +49,6 @@ bool measure(const std::string &server, const std::string &function, bool pinned
     std::fprintf(stderr, "cannot start %s: %s\n", server.c_str(), s.error().c_str());
   }
   s.stop();
-  sched_setaffinity(0, sizeof all, &all);
   if (!ok) return false;
   out = Figures{median(raws), median(calls)};
   return true;

@@ -181,7 +181,10 @@ int set_value(stmt *s, int par, void *slot) {
   }
 }
 
-// Packs the fetched row into buf: one entry per column, named by its variable name.
+}  // namespace
+
+namespace qz {
+
 int pack_row(stmt *s, QzStr *buf) {
   xpack_begin(buf);
   for (int i = 1; i <= s->num_columns; ++i) {
@@ -197,7 +200,7 @@ int pack_row(stmt *s, QzStr *buf) {
   return xpack_end(buf);
 }
 
-}  // namespace
+}  // namespace qz
 
 int Prepare(int ConnId, const char *Sql, int *StmtId) {
   return make_statement(ConnId, StmtId, Make::prepare, &Sql);
@@ -355,7 +358,7 @@ int Fetch(int StmtId, QzVarArgs va) {
   const QzArgInfoRec *info = QzArgInfo(buffer);
   if (!info || info->elcnt != 1) return qz::kBadArgument;
   if (info->type != String) return qz::kArgCount;
-  return pack_row(s, static_cast<QzStr *>(buffer));
+  return qz::pack_row(s, static_cast<QzStr *>(buffer));
 }
 
 int IsNull(int StmtId, int ColNumber, int *IsNull) {

@@ -54,3 +54,15 @@ int DllDebug(int DebugLevel);
 int BuildID(QzStr *Str);
 int VersionID(QzStr *Str);
 int Revision(QzStr *Str);
+
+struct stmt;
+
+namespace qz {
+
+// Packs the row the statement has fetched into buf, as Fetch returns it: one xpack entry
+// per column (the column's variable name, 'N' for integer, real, date and time buffers
+// with "0" standing for an empty value, 'X' otherwise), then the terminator. 0, 18 when
+// buf is full (the entries that fitted stay), or the status of getdata_STRING.
+int pack_row(stmt *s, QzStr *buf);
+
+}  // namespace qz

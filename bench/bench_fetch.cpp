@@ -1,0 +1,434 @@
+// Rows per second of Fetch into a packed buffer through qzodbc, against the same ODBC work
+// done in-process by the bridge's own statement object (bind, fetch, format, pack) and the
+// raw cost of the two signals of a call, all in the same run, pinned and unpinned; and
+// the server's peak memory while it fetches. SQLite always, PostgreSQL when QZ_PG_ENV
+// names a running cluster. Prints a report and exits 3 when a target is missed.
+#include <sys/types.h>
+#include <unistd.h>
+
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <fstream>
+#include <span>
+#include <string>
+#include <vector>
+
+#include "bridge.hpp"
+#include "connection.hpp"
+#include "odbc_dll.hpp"
+#include "odbc_env.hpp"
+#include "pingpong.hpp"
+#include "qzclient.hpp"
+#include "statement.hpp"
+#include "util.hpp"
+
+namespace {
+
+using qz::bench::Clock;
+using qz::bench::median;
+using qz::bench::ns_since;
+using qz::client::Arg;
+namespace odbc = qz::test::odbc;
+
+constexpr int kBufferSize = 4096;        // the packed row buffer, as a program would size it
+constexpr int kTripsPerRound = 2000;     // raw exchanges measured per round
+constexpr long kMemoryAllowance = 1024;  // kB the server may grow by from 1,000 rows on
+constexpr double kFactor = 1.2;          // allowed factor on the in-process time per row
+constexpr int kRowsPerInsert = 500;      // rows per INSERT statement while filling the table
+
+const char *const kCreate =
+    "CREATE TABLE bench_rows (row_no INTEGER, qty INTEGER, price NUMERIC(12,2), "
+    "amount NUMERIC(12,2), order_date DATE, created_at TIMESTAMP, cust_name VARCHAR(40), "
+    "city VARCHAR(40), code VARCHAR(40), note VARCHAR(40))";
+const char *const kSelect =
+    "SELECT row_no, qty, price, amount, order_date, created_at, cust_name, city, code, note "
+    "FROM bench_rows ORDER BY row_no";
+
+// A small deterministic generator, so that both databases hold the same rows.
+struct Lcg {
+  std::uint64_t state;  // current state
+  std::uint32_t next() {
+    state = state * 6364136223846793005ull + 1442695040888963407ull;
+    return static_cast<std::uint32_t>(state >> 33);
+  }
+  std::uint32_t below(std::uint32_t n) { return next() % n; }
+};
+
+// Text of 0 to max_len characters from a mixed alphabet (blanks, digits, punctuation).
+std::string some_text(Lcg &g, int max_len) {
+  static const char kAlphabet[] =
+      "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789 -.,/#&()~$";
+  int n = static_cast<int>(g.below(static_cast<std::uint32_t>(max_len) + 1));
+  std::string s;
+  for (int i = 0; i < n; ++i)
+    s += kAlphabet[g.below(sizeof kAlphabet - 1)];
+  return s;
+}
+
+// "'text'" as an SQL literal (no quote occurs in the alphabet), or NULL.
+std::string literal(const std::string &text, bool null) {
+  return null ? "NULL" : "'" + text + "'";
+}
+
+// Cents as an SQL number with two decimals.
+std::string money(long long cents) {
+  char buf[32];
+  unsigned long long a = static_cast<unsigned long long>(cents < 0 ? -cents : cents);
+  std::snprintf(buf, sizeof buf, "%s%llu.%02llu", cents < 0 ? "-" : "", a / 100, a % 100);
+  return buf;
+}
+
+// One row of the table as a VALUES tuple: numbers of every length and sign, money with
+// cents, dates across two centuries, texts of every length up to 40, and some NULLs.
+std::string row_tuple(Lcg &g, int row_no) {
+  int qty = static_cast<int>(g.next()) >> static_cast<int>(g.below(31));
+  long long price = g.below(10000000);
+  long long cents = static_cast<long long>(g.next() % 100000000000ull) - 50000000000ll;
+  cents /= 1ll << g.below(30);
+  bool null_amount = g.below(50) == 0;
+  int year = 1900 + static_cast<int>(g.below(200)), month = 1 + static_cast<int>(g.below(12));
+  int day = 1 + static_cast<int>(g.below(28));
+  int hh = static_cast<int>(g.below(24)), mi = static_cast<int>(g.below(60));
+  int ss = static_cast<int>(g.below(60));
+  char when[64];
+  std::snprintf(when, sizeof when, "'%04d-%02d-%02d','%04d-%02d-%02d %02d:%02d:%02d'", year, month,
+                day, 2000 + year % 30, month, day, hh, mi, ss);
+  std::string t = "(" + std::to_string(row_no) + "," + std::to_string(qty) + "," + money(price) +
+                  "," + (null_amount ? std::string("NULL") : money(cents)) + "," + when + ",";
+  t += literal(some_text(g, 40), false) + ",";
+  t += literal(some_text(g, 24), g.below(20) == 0) + ",";
+  t += literal(some_text(g, 12), false) + ",";
+  t += literal(some_text(g, 40), g.below(3) == 0) + ")";
+  return t;
+}
+
+// 64-bit FNV-1a over a packed row, chained from h.
+std::uint64_t fnv(std::uint64_t h, const char *p, std::size_t n) {
+  for (std::size_t i = 0; i < n; ++i) {
+    h ^= static_cast<unsigned char>(p[i]);
+    h *= 0x100000001b3ull;
+  }
+  return h;
+}
+constexpr std::uint64_t kFnvStart = 0xcbf29ce484222325ull;
+
+// VmHWM of a process in kB, or -1.
+long peak_kb(pid_t pid) {
+  std::ifstream in("/proc/" + std::to_string(pid) + "/status");
+  for (std::string line; std::getline(in, line);)
+    if (line.rfind("VmHWM:", 0) == 0) return std::strtol(line.c_str() + 6, nullptr, 10);
+  return -1;
+}
+
+// What one pass over the whole result gives.
+struct Pass {
+  bool ok = false;                 // every call succeeded and the end was reached
+  long rows = 0;                   // rows fetched
+  double exec_ns = 0;              // ExecDirect
+  double fetch_ns = 0;             // the fetch loop, from the first fetch to the end
+  std::uint64_t hash = kFnvStart;  // over every packed row (verifying passes only)
+  long kb_at_1000 = -1;            // the server's VmHWM after 1,000 rows (qzodbc, verifying)
+  long kb_at_end = -1;             // and after the last row
+};
+
+// The in-process route: the bridge's connection and statement objects driven directly.
+class InProcess {
+ public:
+  ~InProcess() {
+    if (conn_) conn_->methods->drop(&conn_);
+  }
+  bool open(const std::string &spec) {
+    if (new_connection(&conn_) != 0) return false;
+    return conn_->methods->do_connect(conn_, spec.data(), static_cast<int>(spec.size())) == 0;
+  }
+  // Runs SQL without a result; its status.
+  int run(const std::string &sql) {
+    stmt *s = nullptr;
+    if (int st = new_statement(conn_, &s)) return st;
+    int st = s->methods->execdirect(s, sql.data(), static_cast<int>(sql.size()));
+    s->methods->drop(&s);
+    return st;
+  }
+  Pass pass(bool verify) {
+    Pass p;
+    stmt *s = nullptr;
+    if (new_statement(conn_, &s) != 0) return p;
+    char text[kBufferSize];
+    QzStr buf{kBufferSize, 0, text};
+    auto t0 = Clock::now();
+    int st = s->methods->execdirect(s, kSelect, static_cast<int>(std::strlen(kSelect)));
+    p.exec_ns = ns_since(t0);
+    if (st == 0) {
+      t0 = Clock::now();
+      for (;;) {
+        st = s->methods->fetch(s);
+        if (st != 0) break;
+        st = qz::pack_row(s, &buf);
+        if (st != 0) break;
+        ++p.rows;
+        if (verify) p.hash = fnv(p.hash, buf.text, static_cast<std::size_t>(buf.len));
+      }
+      p.fetch_ns = ns_since(t0);
+      p.ok = st == qz::kNoMoreRows;
+    }
+    if (!p.ok) std::fprintf(stderr, "in-process pass failed with status %d\n", st);
+    s->methods->drop(&s);
+    return p;
+  }
+
+ private:
+  connection *conn_ = nullptr;  // the open connection, or null
+};
+
+// The route through the server: ExecDirect, then Fetch with a status variable and a
+// packed buffer until the status is 0.
+class ThroughServer {
+ public:
+  ~ThroughServer() {
+    if (session_.running()) session_.stop();
+  }
+  bool open(const std::string &server, const std::string &spec) {
+    qz::client::Options o;
+    o.server = server;
+    if (!session_.start(o)) {
+      std::fprintf(stderr, "cannot start %s: %s\n", server.c_str(), session_.error().c_str());
+      return false;
+    }
+    std::vector<Arg> args{Arg::string(spec), Arg::int_var(0)};
+    if (!answered("Connect", args)) return false;
+    conn_id_ = args[1].as_int();
+    return true;
+  }
+  pid_t pid() const { return session_.pid(); }
+
+  Pass pass(bool verify) {
+    Pass p;
+    std::vector<Arg> exec{Arg::integer(conn_id_), Arg::string(kSelect), Arg::int_var(0)};
+    auto t0 = Clock::now();
+    bool ok = answered("ExecDirect", exec);
+    p.exec_ns = ns_since(t0);
+    if (!ok) return p;
+    int stmt_id = exec[2].as_int();
+    std::vector<Arg> fetch{Arg::integer(stmt_id), Arg::int_var(0),
+                           Arg::string_var("", kBufferSize)};
+    std::span<Arg> args(fetch);
+    t0 = Clock::now();
+    for (;;) {
+      qz::client::CallResult r = session_.call("Fetch", args);
+      if (!r.ok() || r.status != 0) {
+        std::fprintf(stderr, "Fetch failed: %s (status %d)\n%s", r.error.c_str(), r.status,
+                     session_.stderr_text().c_str());
+        break;
+      }
+      if (fetch[1].as_int() == 0) {
+        p.ok = true;
+        break;
+      }
+      ++p.rows;
+      if (verify) {
+        const std::string &row = fetch[2].as_string();
+        p.hash = fnv(p.hash, row.data(), row.size());
+        if (p.rows == 1000) p.kb_at_1000 = peak_kb(pid());
+      }
+    }
+    p.fetch_ns = ns_since(t0);
+    if (verify) p.kb_at_end = peak_kb(pid());
+    std::vector<Arg> drop{Arg::integer(stmt_id)};
+    if (!answered("DropStatement", drop)) p.ok = false;
+    return p;
+  }
+
+ private:
+  bool answered(const char *name, std::vector<Arg> &args) {
+    qz::client::CallResult r = session_.call(name, std::span<Arg>(args));
+    if (r.ok() && r.status == 0) return true;
+    std::fprintf(stderr, "%s failed: %s (status %d)\n%s", name, r.error.c_str(), r.status,
+                 session_.stderr_text().c_str());
+    return false;
+  }
+
+  qz::client::Session session_;  // the server
+  int conn_id_ = 0;              // its connection
+};
+
+// Fills bench_rows with `rows` rows through the in-process connection.
+bool fill_table(InProcess &db, long rows) {
+  db.run("DROP TABLE bench_rows");  // left over from an earlier run, or absent
+  if (int st = db.run(kCreate)) {
+    std::fprintf(stderr, "CREATE TABLE failed with status %d\n", st);
+    return false;
+  }
+  Lcg g{20261123};
+  for (long first = 1; first <= rows; first += kRowsPerInsert) {
+    std::string sql = "INSERT INTO bench_rows VALUES ";
+    for (long i = first; i < first + kRowsPerInsert && i <= rows; ++i) {
+      if (i != first) sql += ',';
+      sql += row_tuple(g, static_cast<int>(i));
+    }
+    if (int st = db.run(sql)) {
+      std::fprintf(stderr, "INSERT failed with status %d\n", st);
+      return false;
+    }
+  }
+  return true;
+}
+
+// The figures of one pinning mode.
+struct Figures {
+  std::string pinning;     // how client and server were placed
+  double raw_ns = 0;       // one raw signal exchange
+  double inproc_ns = 0;    // per row in-process
+  double server_ns = 0;    // per row through qzodbc
+  double inproc_exec = 0;  // ExecDirect in-process
+  double server_exec = 0;  // ExecDirect through qzodbc
+  Pass verify_server;      // the first pass through the server (rows, hash, memory)
+  Pass verify_inproc;      // the first pass in-process
+  long kb_final = -1;      // the server's VmHWM after every round
+};
+
+bool measure(const std::string &server, const std::string &spec, long rows, bool pin, int rounds,
+             Figures &f) {
+  qz::bench::Pinning pinning(pin);  // the server and the ping-pong peer inherit it
+  InProcess inproc;
+  ThroughServer through;
+  if (!inproc.open(spec)) {
+    std::fprintf(stderr, "in-process connect failed\n");
+    return false;
+  }
+  if (!through.open(server, spec)) return false;
+  qz::bench::PingPong raw;
+  f.pinning = std::string(pin ? "pinned: " : "unpinned: ") + "client " +
+              qz::bench::affinity_text(0) + ", server " + qz::bench::affinity_text(through.pid());
+  // A first pass of each route checks what it delivers and watches the server's memory.
+  f.verify_server = through.pass(true);
+  f.verify_inproc = inproc.pass(true);
+  if (!f.verify_server.ok || !f.verify_inproc.ok) return false;
+  if (f.verify_server.rows != rows || f.verify_inproc.rows != rows) {
+    std::fprintf(stderr, "rows fetched: %ld through qzodbc, %ld in-process, %ld expected\n",
+                 f.verify_server.rows, f.verify_inproc.rows, rows);
+    return false;
+  }
+  // Timed rounds alternate the three measurements so that each sees the same machine.
+  std::vector<double> raws, ins, outs, in_exec, out_exec;
+  for (int r = 0; r < rounds; ++r) {
+    raws.push_back(raw.ns_per_trip(kTripsPerRound));
+    Pass a = inproc.pass(false);
+    Pass b = through.pass(false);
+    if (!a.ok || !b.ok || a.rows != rows || b.rows != rows) return false;
+    ins.push_back(a.fetch_ns / static_cast<double>(rows));
+    outs.push_back(b.fetch_ns / static_cast<double>(rows));
+    in_exec.push_back(a.exec_ns);
+    out_exec.push_back(b.exec_ns);
+  }
+  f.raw_ns = median(raws);
+  f.inproc_ns = median(ins);
+  f.server_ns = median(outs);
+  f.inproc_exec = median(in_exec);
+  f.server_exec = median(out_exec);
+  f.kb_final = peak_kb(through.pid());
+  return true;
+}
+
+// Measures one database pinned and unpinned and prints its part of the report; false
+// when a target is missed or the measurement failed.
+bool report_database(const char *title, const std::string &spec, const std::string &server,
+                     long rows, int rounds) {
+  std::printf(
+      "\n%s: %ld rows of 10 columns (2 INTEGER, 2 NUMERIC(12,2), DATE, TIMESTAMP,\n"
+      "4 VARCHAR(40)); %d timed rounds after one verifying pass, medians; per row is\n"
+      "the fetch loop only (ExecDirect shown apart)\n",
+      title, rows, rounds);
+  {
+    InProcess db;
+    auto t0 = Clock::now();
+    if (!db.open(spec) || !fill_table(db, rows)) {
+      std::printf("  could not set up the table: MEASUREMENT FAILED\n");
+      return false;
+    }
+    std::printf("  table filled in %.1f s\n", ns_since(t0) / 1e9);
+  }
+  bool all_ok = true;
+  std::printf("  %-44s %9s %9s %9s %10s %10s %6s %9s  %s\n", "pinning", "raw ns", "in-proc",
+              "Fetch", "in-proc/s", "Fetch/s", "ratio", "limit ns", "Fetch <= raw + 1.2 x in-proc");
+  std::vector<Figures> all;
+  for (bool pin : {true, false}) {
+    Figures f;
+    if (!measure(server, spec, rows, pin, rounds, f)) {
+      std::printf("  %s: MEASUREMENT FAILED\n", pin ? "pinned" : "unpinned");
+      return false;
+    }
+    double limit = f.raw_ns + kFactor * f.inproc_ns;
+    bool met = f.server_ns <= limit;
+    all_ok = all_ok && met;
+    std::printf("  %-44s %9.0f %9.0f %9.0f %10.0f %10.0f %6.2f %9.0f  %s\n", f.pinning.c_str(),
+                f.raw_ns, f.inproc_ns, f.server_ns, 1e9 / f.inproc_ns, 1e9 / f.server_ns,
+                f.server_ns / f.inproc_ns, limit, met ? "met" : "MISSED");
+    all.push_back(f);
+  }
+  for (const Figures &f : all) {
+    bool same = f.verify_server.hash == f.verify_inproc.hash;
+    all_ok = all_ok && same;
+    long grow = f.verify_server.kb_at_end - f.verify_server.kb_at_1000;
+    bool mem_ok = f.verify_server.kb_at_1000 > 0 && grow <= kMemoryAllowance;
+    all_ok = all_ok && mem_ok;
+    std::printf("  %s:\n", f.pinning.c_str());
+    std::printf("    ExecDirect: %.1f ms in-process, %.1f ms through qzodbc\n", f.inproc_exec / 1e6,
+                f.server_exec / 1e6);
+    std::printf("    packed rows of both routes: %s (FNV-1a %016llx / %016llx)\n",
+                same ? "identical" : "DIFFERENT",
+                static_cast<unsigned long long>(f.verify_server.hash),
+                static_cast<unsigned long long>(f.verify_inproc.hash));
+    std::printf(
+        "    server VmHWM: %ld kB after 1,000 rows, %ld kB after %ld rows: %+ld kB "
+        "(<= %ld kB %s); %ld kB after every round\n",
+        f.verify_server.kb_at_1000, f.verify_server.kb_at_end, rows, grow, kMemoryAllowance,
+        mem_ok ? "met" : "MISSED", f.kb_final);
+  }
+  return all_ok;
+}
+
+}  // namespace
+
+int main(int argc, char **argv) {
+  if (argc < 2) {
+    std::fprintf(stderr,
+                 "usage: %s QZODBC [ROWS [ROUNDS]]\n"
+                 "  ODBCSYSINI names the driver registration; QZ_PG_ENV, if set, the record\n"
+                 "  of a running PostgreSQL cluster (tests/env/pg-cluster.sh)\n",
+                 argv[0]);
+    return 2;
+  }
+  qz::client::block_call_signal();
+  std::string server = argv[1];
+  long rows = argc > 2 ? std::atol(argv[2]) : 100000;
+  int rounds = argc > 3 ? std::atoi(argv[3]) : 5;
+  if (rows < 1000 || rounds < 1) {
+    std::fprintf(stderr, "at least 1000 rows and one round\n");
+    return 2;
+  }
+  std::printf(
+      "Fetch into a %d-byte packed buffer through %s, against the same work in-process\n"
+      "(ns per row; raw = one SIGUSR2 exchange between two processes; ratio = Fetch /\n"
+      "in-process; limit = raw + %.1f x in-process)\n",
+      kBufferSize, server.c_str(), kFactor);
+  bool ok = true;
+  odbc::TempDir dir;
+  if (dir.path().empty()) {
+    std::fprintf(stderr, "cannot make a temporary directory\n");
+    return 1;
+  }
+  ok = report_database("SQLite", odbc::sqlite_conn(dir.file("bench.db")), server, rows, rounds) &&
+       ok;
+  if (odbc::pg_available()) {
+    ok =
+        report_database("PostgreSQL 15 (LATIN1 database)", odbc::pg_conn(), server, rows, rounds) &&
+        ok;
+  } else {
+    std::printf("\nPostgreSQL: no cluster (QZ_PG_ENV unset or not running): NOT MEASURED\n");
+    ok = false;
+  }
+  std::printf("\nfetch targets: %s\n", ok ? "all met" : "NOT ALL MET");
+  return ok ? 0 : 3;
+}
