@@ -11,6 +11,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <fstream>
+#include <iterator>
 #include <span>
 #include <string>
 #include <vector>
@@ -122,6 +123,34 @@ long peak_kb(pid_t pid) {
   return -1;
 }
 
+// CPU time a process has used, user and system, in ns (clock-tick resolution).
+struct CpuTime {
+  double user = 0;    // user mode
+  double system = 0;  // kernel mode
+};
+
+CpuTime cpu_time(pid_t pid) {
+  CpuTime t;
+  std::ifstream in("/proc/" + std::to_string(pid) + "/stat");
+  std::string text((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+  // Fields after the command name, which is in parentheses and may hold blanks: state is
+  // field 3, utime 14 and stime 15.
+  std::size_t close = text.rfind(')');
+  if (close == std::string::npos) return t;
+  std::vector<std::string> fields;
+  std::size_t at = close + 2;
+  while (at < text.size() && fields.size() < 13) {
+    std::size_t blank = text.find(' ', at);
+    fields.push_back(text.substr(at, blank - at));
+    at = blank == std::string::npos ? text.size() : blank + 1;
+  }
+  if (fields.size() < 13) return t;
+  double tick = 1e9 / static_cast<double>(sysconf(_SC_CLK_TCK));
+  t.user = std::strtod(fields[11].c_str(), nullptr) * tick;
+  t.system = std::strtod(fields[12].c_str(), nullptr) * tick;
+  return t;
+}
+
 // What one pass over the whole result gives.
 struct Pass {
   bool ok = false;                 // every call succeeded and the end was reached
@@ -131,6 +160,8 @@ struct Pass {
   std::uint64_t hash = kFnvStart;  // over every packed row (verifying passes only)
   long kb_at_1000 = -1;            // the server's VmHWM after 1,000 rows (qzodbc, verifying)
   long kb_at_end = -1;             // and after the last row
+  CpuTime server_cpu;              // the server's CPU time in the fetch loop (qzodbc)
+  CpuTime client_cpu;              // this process's CPU time in the fetch loop
 };
 
 // The in-process route: the bridge's connection and statement objects driven directly.
@@ -203,7 +234,16 @@ class ThroughServer {
   }
   pid_t pid() const { return session_.pid(); }
 
-  Pass pass(bool verify) {
+  // Mean nanoseconds of an empty call (no descriptors: the dispatcher answers at once).
+  double ns_per_empty_call(int n) {
+    auto t0 = Clock::now();
+    for (int i = 0; i < n; ++i)
+      if (!session_.ping()) return -1;
+    return ns_since(t0) / n;
+  }
+
+  // A pass with the packed buffer, or (buffer false) with the status variable alone.
+  Pass pass(bool verify, bool buffer = true) {
     Pass p;
     std::vector<Arg> exec{Arg::integer(conn_id_), Arg::string(kSelect), Arg::int_var(0)};
     auto t0 = Clock::now();
@@ -213,7 +253,8 @@ class ThroughServer {
     int stmt_id = exec[2].as_int();
     std::vector<Arg> fetch{Arg::integer(stmt_id), Arg::int_var(0),
                            Arg::string_var("", kBufferSize)};
-    std::span<Arg> args(fetch);
+    std::span<Arg> args(fetch.data(), buffer ? 3 : 2);
+    CpuTime server0 = cpu_time(pid()), client0 = cpu_time(getpid());
     t0 = Clock::now();
     for (;;) {
       qz::client::CallResult r = session_.call("Fetch", args);
@@ -234,6 +275,9 @@ class ThroughServer {
       }
     }
     p.fetch_ns = ns_since(t0);
+    CpuTime server1 = cpu_time(pid()), client1 = cpu_time(getpid());
+    p.server_cpu = {server1.user - server0.user, server1.system - server0.system};
+    p.client_cpu = {client1.user - client0.user, client1.system - client0.system};
     if (verify) p.kb_at_end = peak_kb(pid());
     std::vector<Arg> drop{Arg::integer(stmt_id)};
     if (!answered("DropStatement", drop)) p.ok = false;
@@ -281,6 +325,11 @@ struct Figures {
   double raw_ns = 0;       // one raw signal exchange
   double inproc_ns = 0;    // per row in-process
   double server_ns = 0;    // per row through qzodbc
+  double handler_ns = 0;   // one exchange with a peer that answers from a handler
+  double empty_ns = 0;     // one empty call through qzodbc
+  double status_ns = 0;    // per row through qzodbc, Fetch with the status variable alone
+  CpuTime server_cpu;      // per row: the server's CPU time, Fetch with buffer
+  CpuTime client_cpu;      // per row: this process's CPU time, Fetch with buffer
   double inproc_exec = 0;  // ExecDirect in-process
   double server_exec = 0;  // ExecDirect through qzodbc
   Pass verify_server;      // the first pass through the server (rows, hash, memory)
@@ -299,6 +348,7 @@ bool measure(const std::string &server, const std::string &spec, long rows, bool
   }
   if (!through.open(server, spec)) return false;
   qz::bench::PingPong raw;
+  qz::bench::PingPong handler_raw(qz::bench::Peer::handler);
   f.pinning = std::string(pin ? "pinned: " : "unpinned: ") + "client " +
               qz::bench::affinity_text(0) + ", server " + qz::bench::affinity_text(through.pid());
   // A first pass of each route checks what it delivers and watches the server's memory.
@@ -311,12 +361,20 @@ bool measure(const std::string &server, const std::string &spec, long rows, bool
     return false;
   }
   // Timed rounds alternate the three measurements so that each sees the same machine.
-  std::vector<double> raws, ins, outs, in_exec, out_exec;
+  std::vector<double> raws, ins, outs, in_exec, out_exec, empties, statuses, handlers;
   for (int r = 0; r < rounds; ++r) {
     raws.push_back(raw.ns_per_trip(kTripsPerRound));
+    handlers.push_back(handler_raw.ns_per_trip(kTripsPerRound));
     Pass a = inproc.pass(false);
     Pass b = through.pass(false);
-    if (!a.ok || !b.ok || a.rows != rows || b.rows != rows) return false;
+    empties.push_back(through.ns_per_empty_call(kTripsPerRound));
+    Pass c = through.pass(false, false);
+    if (!a.ok || !b.ok || !c.ok || a.rows != rows || b.rows != rows || c.rows != rows) return false;
+    statuses.push_back(c.fetch_ns / static_cast<double>(rows));
+    f.server_cpu.user += b.server_cpu.user / static_cast<double>(rows * rounds);
+    f.server_cpu.system += b.server_cpu.system / static_cast<double>(rows * rounds);
+    f.client_cpu.user += b.client_cpu.user / static_cast<double>(rows * rounds);
+    f.client_cpu.system += b.client_cpu.system / static_cast<double>(rows * rounds);
     ins.push_back(a.fetch_ns / static_cast<double>(rows));
     outs.push_back(b.fetch_ns / static_cast<double>(rows));
     in_exec.push_back(a.exec_ns);
@@ -325,6 +383,9 @@ bool measure(const std::string &server, const std::string &spec, long rows, bool
   f.raw_ns = median(raws);
   f.inproc_ns = median(ins);
   f.server_ns = median(outs);
+  f.handler_ns = median(handlers);
+  f.empty_ns = median(empties);
+  f.status_ns = median(statuses);
   f.inproc_exec = median(in_exec);
   f.server_exec = median(out_exec);
   f.kb_final = peak_kb(through.pid());
@@ -374,6 +435,15 @@ bool report_database(const char *title, const std::string &spec, const std::stri
     bool mem_ok = f.verify_server.kb_at_1000 > 0 && grow <= kMemoryAllowance;
     all_ok = all_ok && mem_ok;
     std::printf("  %s:\n", f.pinning.c_str());
+    std::printf(
+        "    ns per exchange or row: raw exchange %.0f; exchange with a peer answering\n"
+        "    from a SIGUSR2 handler %.0f; empty call %.0f; Fetch without buffer %.0f;\n"
+        "    Fetch with buffer %.0f; in-process %.0f\n",
+        f.raw_ns, f.handler_ns, f.empty_ns, f.status_ns, f.server_ns, f.inproc_ns);
+    std::printf(
+        "    CPU per row of Fetch with buffer (mean): server %.0f user + %.0f system, "
+        "client %.0f user + %.0f system\n",
+        f.server_cpu.user, f.server_cpu.system, f.client_cpu.user, f.client_cpu.system);
     std::printf("    ExecDirect: %.1f ms in-process, %.1f ms through qzodbc\n", f.inproc_exec / 1e6,
                 f.server_exec / 1e6);
     std::printf("    packed rows of both routes: %s (FNV-1a %016llx / %016llx)\n",

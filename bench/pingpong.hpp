@@ -38,23 +38,44 @@ inline void wait_usr2() {
   sigwait(&set, &sig);
 }
 
+// How the peer of a ping-pong takes the signal.
+enum class Peer {
+  sigwait,  // waits in sigwait: the least the kernel can do per exchange
+  handler,  // sleeps in sigsuspend and answers from a SIGUSR2 handler, as the server does
+};
+
 // The raw exchange: write a word into the segment, signal, wait for the peer's signal.
 // The peer is a forked child, so it inherits the caller's pinning. SIGUSR2 must be
 // blocked before construction (qz::client::block_call_signal).
 class PingPong {
  public:
-  PingPong() {
+  explicit PingPong(Peer peer = Peer::sigwait) {
     word_ = static_cast<volatile int *>(
         mmap(nullptr, 4096, PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0));
     parent_ = getpid();
     child_ = fork();
-    if (child_ == 0) {
+    if (child_ == 0 && peer == Peer::sigwait) {
       for (;;) {
         wait_usr2();
         *word_ = *word_ + 1;
         kill(parent_, SIGUSR2);
       }
     }
+    if (child_ == 0) {
+      shared_word() = word_;
+      peer_parent() = parent_;
+      struct sigaction sa {};
+      sa.sa_handler = answer;
+      sa.sa_flags = SA_RESTART;
+      sigaction(SIGUSR2, &sa, nullptr);
+      sigset_t wait_set;
+      sigprocmask(SIG_BLOCK, nullptr, &wait_set);
+      sigdelset(&wait_set, SIGUSR2);
+      for (;;)
+        sigsuspend(&wait_set);
+    }
+    // The first exchange waits until the peer is ready: a signal sent earlier stays pending.
+    ns_per_trip(1);
   }
   ~PingPong() {
     kill(child_, SIGKILL);
@@ -75,6 +96,19 @@ class PingPong {
   }
 
  private:
+  static volatile int *&shared_word() {
+    static volatile int *w;
+    return w;
+  }
+  static pid_t &peer_parent() {
+    static pid_t p;
+    return p;
+  }
+  static void answer(int) {
+    *shared_word() = *shared_word() + 1;
+    kill(peer_parent(), SIGUSR2);
+  }
+
   volatile int *word_;  // the shared word the peer increments
   pid_t parent_;        // this process, which the peer signals
   pid_t child_;         // the peer
