@@ -93,7 +93,7 @@ std::string row_tuple(Lcg &g, int row_no) {
   int day = 1 + static_cast<int>(g.below(28));
   int hh = static_cast<int>(g.below(24)), mi = static_cast<int>(g.below(60));
   int ss = static_cast<int>(g.below(60));
-  char when[64];
+  char when[112];
   std::snprintf(when, sizeof when, "'%04d-%02d-%02d','%04d-%02d-%02d %02d:%02d:%02d'", year, month,
                 day, 2000 + year % 30, month, day, hh, mi, ss);
   std::string t = "(" + std::to_string(row_no) + "," + std::to_string(qty) + "," + money(price) +

@@ -34,3 +34,10 @@ qz_e2e_test(test_statement_drivers SOURCES test_statement_drivers.cpp
 target_include_directories(test_statement_drivers PRIVATE ${PROJECT_SOURCE_DIR}/dll/odbc
                                                           ${PROJECT_SOURCE_DIR}/support)
 add_dependencies(test_statement_drivers qzodbc qzodbc-test qzfaultodbc)
+
+# The fetch benchmark's two routes give the same bytes: Fetch through qzodbc, and the
+# bridge's statement object in the test process with qz::pack_row.
+qz_e2e_test(test_fetch_routes SOURCES test_fetch_routes.cpp
+            ${PROJECT_SOURCE_DIR}/dll/odbc/odbc_set.cpp LIBS qzbridge FIXTURES ${QZ_PG_FIXTURE})
+target_include_directories(test_fetch_routes PRIVATE ${PROJECT_SOURCE_DIR}/support)
+add_dependencies(test_fetch_routes qzodbc)
