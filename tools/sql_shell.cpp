@@ -590,7 +590,7 @@ class Shell {
     if (full) {
       if (format_ == OutputFormat::packed) {
         error("a row longer than " + std::to_string(kRowCapacity) +
-              " bytes does not fit the packed row buffer; \\format table shows it");
+              " bytes does not fit the packed row buffer; \\format table or csv shows it");
         return -1;
       }
       return column_values(stmt, n, row) ? 1 : -1;
