@@ -51,6 +51,8 @@ constexpr const char *kUsage =
     "  -e, --execute TEXT       run TEXT (SQL or a \\command) instead of reading input;\n"
     "                           may be repeated\n"
     "  -F, --format table|csv|packed   how result rows print (default table)\n"
+    "  -w, --width N            widest column of a table, in characters (default 40;\n"
+    "                           0: no limit)\n"
     "  -k, --keep-going         go on after a failing command (batch input)\n"
     "  --encoding utf-8|latin1|roman8  the terminal's text (default utf-8)\n"
     "  --log FILE               the server's log to FILE (console: standard error)\n"
@@ -297,6 +299,14 @@ int main(int argc, char **argv) {
         so.format = v == "table" ? qz::call::OutputFormat::table
                     : v == "csv" ? qz::call::OutputFormat::csv
                                  : qz::call::OutputFormat::packed;
+      } else if (a == "-w" || is_option(a, "--width")) {
+        char *end = nullptr;
+        long w = -1;
+        if (option_value(argc, argv, i, a == "-w" ? "-w" : "--width", v))
+          w = std::strtol(v.c_str(), &end, 10);
+        if (w < 0 || w > 100000 || !end || *end || v.empty())
+          return usage_error("--width takes a number of characters (0: no limit)");
+        so.max_width = static_cast<int>(w);
       } else if (a == "-k" || a == "--keep-going") {
         so.keep_going = true;
       } else if (a == "--no-history") {

@@ -76,7 +76,12 @@ void print_packed(const std::string &text, std::FILE *out) {
   client::PackedRow row = client::read_packed_row(text);
   if (row.entries.empty()) return;  // not a packed row
   for (const client::PackedEntry &e : row.entries) {
-    std::string num = e.number ? "[" + std::to_string(e.number) + "]" : "";
+    std::string num;  // built piece by piece: g++ 12 at -O3 warns falsely on "[" + string
+    if (e.number) {
+      num = "[";
+      num += std::to_string(e.number);
+      num += "]";
+    }
     bool plain = e.numeric && !e.value.empty() &&
                  std::all_of(e.value.begin(), e.value.end(),
                              [](char c) { return c > 0x20 && c < 0x7f && c != '"'; });

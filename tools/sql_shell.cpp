@@ -1,14 +1,15 @@
-// The SQL shell of qzcall: connection, statement splitting, backslash commands for
-// transactions, trace and log, the diagnostics of failures, and the interactive loop.
-// Statements and the catalog commands need the server's statement functions, which this
-// version does not use yet: they are refused with a message and a failure status.
+// The SQL shell of qzcall: connection, statement splitting, SQL through ExecDirect with its
+// result fetched as packed rows, the catalog commands, backslash commands for transactions,
+// trace and log, the diagnostics of failures, and the interactive loop.
 #include "sql_shell.hpp"
 
 #include <unistd.h>
 
+#include <cctype>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <span>
 #include <sstream>
 
 #include "qzcharset.hpp"
@@ -83,39 +84,46 @@ bool StatementSplitter::pending() const {
 
 // ---- encodings -----------------------------------------------------------------------
 
+std::string to_latin1(std::string_view text, Encoding e) {
+  std::string latin1;
+  if (e == Encoding::latin1) return std::string(text);
+  if (e == Encoding::roman8) {
+    latin1 = text;
+    qz__charset_map(0, 1, latin1.data(), static_cast<unsigned>(latin1.size()));
+    return latin1;
+  }
+  // UTF-8 to ISO 8859-1; a character outside it becomes '?', a byte that is no UTF-8 is
+  // taken as the ISO 8859-1 character it is.
+  for (std::size_t i = 0; i < text.size();) {
+    unsigned char c = static_cast<unsigned char>(text[i]);
+    int len = c < 0x80             ? 1
+              : (c & 0xE0) == 0xC0 ? 2
+              : (c & 0xF0) == 0xE0 ? 3
+              : (c & 0xF8) == 0xF0 ? 4
+                                   : 0;
+    bool ok = len > 0 && i + static_cast<std::size_t>(len) <= text.size();
+    unsigned cp = len == 1 ? c : len == 2 ? c & 0x1F : len == 3 ? c & 0x0F : c & 0x07;
+    for (int k = 1; ok && k < len; ++k) {
+      unsigned char d = static_cast<unsigned char>(text[i + static_cast<std::size_t>(k)]);
+      ok = (d & 0xC0) == 0x80;
+      cp = cp << 6 | (d & 0x3F);
+    }
+    if (!ok) {
+      latin1 += static_cast<char>(c);
+      ++i;
+      continue;
+    }
+    latin1 += cp <= 0xFF ? static_cast<char>(cp) : '?';
+    i += static_cast<std::size_t>(len);
+  }
+  return latin1;
+}
+
 std::string to_server(std::string_view text, Encoding e) {
   if (e == Encoding::roman8) return std::string(text);
-  std::string latin1;
-  if (e == Encoding::latin1) {
-    latin1 = text;
-  } else {
-    // UTF-8 to ISO 8859-1; a character outside it becomes '?', a byte that is no UTF-8
-    // is taken as the ISO 8859-1 character it is.
-    for (std::size_t i = 0; i < text.size();) {
-      unsigned char c = static_cast<unsigned char>(text[i]);
-      int len = c < 0x80             ? 1
-                : (c & 0xE0) == 0xC0 ? 2
-                : (c & 0xF0) == 0xE0 ? 3
-                : (c & 0xF8) == 0xF0 ? 4
-                                     : 0;
-      bool ok = len > 0 && i + static_cast<std::size_t>(len) <= text.size();
-      unsigned cp = len == 1 ? c : len == 2 ? c & 0x1F : len == 3 ? c & 0x0F : c & 0x07;
-      for (int k = 1; ok && k < len; ++k) {
-        unsigned char d = static_cast<unsigned char>(text[i + static_cast<std::size_t>(k)]);
-        ok = (d & 0xC0) == 0x80;
-        cp = cp << 6 | (d & 0x3F);
-      }
-      if (!ok) {
-        latin1 += static_cast<char>(c);
-        ++i;
-        continue;
-      }
-      latin1 += cp <= 0xFF ? static_cast<char>(cp) : '?';
-      i += static_cast<std::size_t>(len);
-    }
-  }
-  qz__charset_map(1, 0, latin1.data(), static_cast<unsigned>(latin1.size()));
-  return latin1;
+  std::string s = to_latin1(text, e);
+  qz__charset_map(1, 0, s.data(), static_cast<unsigned>(s.size()));
+  return s;
 }
 
 std::string from_server(std::string_view text, Encoding e) {
@@ -141,9 +149,53 @@ namespace {
 
 constexpr int kMessageCapacity = 4096;  // GetError's message variable
 constexpr int kMaxDiagnostics = 100;    // records read after one failure, at most
+constexpr int kTitleCapacity = 1024;    // GetColumnTitle's variable
+constexpr int kRowCapacity = 1 << 18;   // Fetch's packed row buffer
+constexpr int kValueCapacity = 32768;   // GetData's variable: above the longest column text
+
+// Value type codes of GetColumnType whose values are numbers (shown to the right).
+constexpr int kTypeInteger = 2;
+constexpr int kTypeReal = 3;
+
+// Meanings of the bridge's own statuses as the shell's calls meet them; the others as the
+// call host and the bridge give them everywhere.
+const char *shell_status_meaning(int status) {
+  switch (status) {
+    case 1110:
+      return "no ODBC handle could be had";
+    case 1111:
+      return "the ODBC call failed";
+    case 1112:
+      return "no row fetched yet";
+    case 1113:
+      return "the driver refused the connection";
+    case 1114:
+      return "disconnecting failed";
+    case 1116:
+      return "the connection is closed";
+    case 1117:
+      return "the driver refused to prepare the statement";
+    case 1118:
+      return "the statement failed";
+    case 1120:
+      return "the statement has no result";
+    case 1121:
+      return "fetching a row failed";
+    case 1122:
+      return "no such column";
+    default:
+      return status_meaning(status);
+  }
+}
 
 constexpr const char *kHelp =
+    "SQL statements end with ';' (outside quotes and -- comments) or with the input.\n"
     "Backslash commands (one a line):\n"
+    "  \\tables [PATTERN]    tables and views (PATTERN: name or schema.name, % and _\n"
+    "                       as wildcards)\n"
+    "  \\columns TABLE       columns of a table (TABLE: name or schema.name)\n"
+    "  \\format [table|csv|packed]   how result rows print (without: the one in use)\n"
+    "  \\width [N]           widest column of a table, in characters (0: no limit)\n"
     "  \\autocommit on|off   commit every statement by itself, or not\n"
     "  \\commit              commit the open transaction\n"
     "  \\rollback            roll the open transaction back\n"
@@ -152,27 +204,72 @@ constexpr const char *kHelp =
     "                       as LogFlags takes them, O2 when not given\n"
     "  \\conninfo            the completed connection string\n"
     "  \\version             the server's version texts\n"
-    "  \\format [table|csv|packed]   how result rows print (without: the one in use)\n"
-    "  \\tables [PATTERN]    tables and views (not yet available)\n"
-    "  \\columns TABLE       columns of a table (not yet available)\n"
-    "  \\q                   quit\n"
-    "SQL statements end with ';' (not yet available in this version).\n";
+    "  \\q                   quit\n";
+
+// A command and the input line it began on (0: not from a file).
+struct Command {
+  std::string text;  // SQL without its ';', or a backslash command
+  int line = 0;      // 1-based line of standard input
+};
+
+// A column of a catalog result that the catalog commands show.
+struct Pick {
+  int column;         // 1-based column of the catalog result
+  const char *title;  // title shown instead of the catalog's
+  bool yes_no;        // a nullability code
+  bool optional;      // table format: left out when NULL in every row
+};
+
+const Pick kTablePicks[] = {
+    {2, "schema", false, true}, {3, "name", false, false}, {4, "type", false, false}};
+const Pick kColumnPicks[] = {{4, "column", false, false},
+                             {6, "type", false, false},
+                             {7, "size", false, false},
+                             {11, "nullable", true, false}};
+
+// Whether a statement changes rows (its row count is then worth showing even when 0): its
+// first word, after blanks, comments and parentheses.
+bool changes_rows(std::string_view sql) {
+  std::size_t i = 0;
+  while (i < sql.size()) {
+    if (std::strchr(" \t\r\n(", sql[i])) {
+      ++i;
+    } else if (sql.substr(i, 2) == "--") {
+      i = sql.find('\n', i);
+      if (i == std::string_view::npos) return false;
+    } else {
+      break;
+    }
+  }
+  std::string word;
+  for (; i < sql.size() && std::isalpha(static_cast<unsigned char>(sql[i])); ++i)
+    word += static_cast<char>(std::toupper(static_cast<unsigned char>(sql[i])));
+  for (const char *w : {"INSERT", "UPDATE", "DELETE", "MERGE", "REPLACE", "UPSERT"})
+    if (word == w) return true;
+  return false;
+}
 
 class Shell {
  public:
-  Shell(client::Session &s, const SqlOptions &o) : s_(s), o_(o), format_(o.format) {}
+  Shell(client::Session &s, const SqlOptions &o)
+      : s_(s), o_(o), format_(o.format), max_width_(o.max_width) {}
 
   int run() {
     if (!settings()) return 1;
     if (!connect()) return 1;
     int status = 0;
     if (!o_.execute.empty()) {
-      for (const std::string &text : o_.execute) {
+      bool go = true;
+      for (std::size_t k = 0; go && k < o_.execute.size(); ++k) {
         StatementSplitter sp;
-        std::vector<std::string> cmds = sp.feed(text);
+        std::vector<Command> cmds;
+        std::istringstream in(o_.execute[k]);
+        for (std::string line; std::getline(in, line);)
+          for (Command &c : feed(sp, line, 0))
+            cmds.push_back(std::move(c));
         std::string rest = sp.finish();
-        if (!rest.empty()) cmds.push_back(rest);
-        if (!batch(cmds, status)) break;
+        if (!rest.empty()) cmds.push_back({rest, 0});
+        go = batch(cmds, status);
       }
     } else if (isatty(0)) {
       interactive();
@@ -180,11 +277,11 @@ class Shell {
       StatementSplitter sp;
       std::string line;
       bool go = true;
-      while (go && read_line(line))
-        go = batch(sp.feed(line), status);
+      for (int n = 1; go && read_line(line); ++n)
+        go = batch(feed(sp, line, n), status);
       if (go) {
         std::string rest = sp.finish();
-        if (!rest.empty()) batch({rest}, status);
+        if (!rest.empty()) batch({{rest, begun_}}, status);
       }
     }
     disconnect();
@@ -192,11 +289,25 @@ class Shell {
   }
 
  private:
+  // Feeds one input line; the commands it completes, each with the line it began on.
+  std::vector<Command> feed(StatementSplitter &sp, std::string_view line, int n) {
+    bool was_pending = sp.pending();
+    std::vector<std::string> done = sp.feed(line);
+    std::vector<Command> out;
+    for (std::size_t k = 0; k < done.size(); ++k)
+      out.push_back({std::move(done[k]), k == 0 && was_pending ? begun_ : n});
+    if (sp.pending() && (!was_pending || !out.empty())) begun_ = n;
+    return out;
+  }
+
   // Runs commands until one fails (unless going on); false: stop reading.
-  bool batch(const std::vector<std::string> &cmds, int &status) {
-    for (const std::string &c : cmds) {
+  bool batch(const std::vector<Command> &cmds, int &status) {
+    for (const Command &c : cmds) {
       if (quit_) return false;
-      if (!command(c)) {
+      where_ = c.line > 0 ? "line " + std::to_string(c.line) + ": " : "";
+      bool ok = command(c.text);
+      where_.clear();
+      if (!ok) {
         status = 1;
         if (!o_.keep_going) return false;
       }
@@ -242,6 +353,7 @@ class Shell {
 #endif
       for (const std::string &c : sp.feed(line)) {
         command(c);
+        std::fflush(stdout);
         if (quit_) break;
       }
     }
@@ -251,16 +363,22 @@ class Shell {
 #endif
   }
 
+  // Prints one message line on standard error, after the input line it concerns.
+  void error(const std::string &text) {
+    std::fflush(stdout);  // results so far come first
+    std::fprintf(stderr, "qzcall: %s%s\n", where_.c_str(), text.c_str());
+  }
+
   // Reports a failed call of the server: its status, then every diagnostic record.
   void failed(const std::string &what, const CallResult &r) {
     if (!r.ok()) {
-      std::fprintf(stderr, "qzcall: %s: %s\n", what.c_str(), r.error.c_str());
+      error(what + ": " + r.error);
       lost_ = r.kind != CallResult::Kind::failed;
       return;
     }
-    const char *m = status_meaning(r.status);
-    std::fprintf(stderr, "qzcall: %s failed with status %d%s%s%s\n", what.c_str(), r.status,
-                 m ? " (" : "", m ? m : "", m ? ")" : "");
+    const char *m = shell_status_meaning(r.status);
+    error(what + " failed with status " + std::to_string(r.status) +
+          (m ? std::string(" (") + m + ")" : ""));
     diagnostics();
   }
 
@@ -283,16 +401,20 @@ class Shell {
         return;
       }
       if (a[3].as_int() == 0) return;
+      // A message of several lines keeps them, indented under the first.
+      std::string message = from_server(a[0].as_string(), o_.encoding);
+      for (std::size_t p = 0; (p = message.find('\n', p)) != std::string::npos; p += 5)
+        message.insert(p + 1, "    ");
       std::fprintf(stderr, "  %s (native %d): %s\n",
                    from_server(a[1].as_string(), o_.encoding).c_str(), a[2].as_int(),
-                   from_server(a[0].as_string(), o_.encoding).c_str());
+                   message.c_str());
     }
   }
 
   // One call whose failure is reported; true when it returned 0.
   bool call(const std::string &what, const char *name, std::vector<Arg> &args) {
     if (lost_) {
-      std::fprintf(stderr, "qzcall: %s: the server is gone\n", what.c_str());
+      error(what + ": the server is gone");
       return false;
     }
     CallResult r = s_.call(name, std::span<Arg>(args));
@@ -340,24 +462,210 @@ class Shell {
     conn_ = 0;
   }
 
-  bool not_yet(const std::string &what) {
-    std::fprintf(stderr,
-                 "qzcall: %s: not available yet. This version of qzcall runs the connection "
-                 "commands only (\\autocommit, \\commit, \\rollback, \\trace, \\log, "
-                 "\\conninfo, \\version); SQL statements, \\tables and \\columns come with "
-                 "the statement functions.\n",
-                 what.c_str());
+  bool usage(const std::string &text) {
+    error(text);
     return false;
   }
 
-  bool usage(const std::string &text) {
-    std::fprintf(stderr, "qzcall: %s\n", text.c_str());
-    return false;
+  // ---- statements and results ----
+
+  // Runs SQL with ExecDirect and shows its result or its row count.
+  bool statement(const std::string &sql) {
+    std::vector<Arg> a{Arg::integer(conn_), Arg::string(to_server(sql, o_.encoding)),
+                       Arg::int_var(0)};
+    if (!call("ExecDirect", "ExecDirect", a)) return false;
+    int stmt = a[2].as_int();
+    bool ok = result(stmt, sql, {});
+    return drop(stmt) && ok;
+  }
+
+  bool drop(int stmt) {
+    std::vector<Arg> a{Arg::integer(stmt)};
+    return call("DropStatement", "DropStatement", a);
+  }
+
+  // Shows what a statement produced: its rows (only the columns of `picks`, if any), or
+  // for a statement without result columns its row count.
+  bool result(int stmt, const std::string &sql, std::span<const Pick> picks) {
+    std::vector<Arg> a{Arg::integer(stmt), Arg::int_var(0)};
+    if (!call("GetNumColumns", "GetNumColumns", a)) return false;
+    const int n = a[1].as_int();
+    if (n == 0) return row_count(stmt, sql);
+
+    // The columns shown, in the order shown.
+    std::vector<int> cols;
+    for (const Pick &p : picks)
+      if (p.column <= n) cols.push_back(p.column);
+    if (cols.size() != picks.size()) cols.clear();  // not the catalog's layout: show all
+    const bool picked = !cols.empty();
+    if (!picked)
+      for (int c = 1; c <= n; ++c)
+        cols.push_back(c);
+
+    ResultView view;
+    if (format_ != OutputFormat::packed) {
+      for (std::size_t k = 0; k < cols.size(); ++k) {
+        a = {Arg::integer(stmt), Arg::integer(cols[k]), Arg::string_var("", kTitleCapacity)};
+        if (!call("GetColumnTitle", "GetColumnTitle", a)) return false;
+        view.titles.push_back(picked ? picks[k].title : from_server(a[2].as_string(), o_.encoding));
+        a = {Arg::integer(stmt), Arg::integer(cols[k]), Arg::int_var(0)};
+        if (!call("GetColumnType", "GetColumnType", a)) return false;
+        const bool number = a[2].as_int() == kTypeInteger || a[2].as_int() == kTypeReal;
+        view.right.push_back(number && !(picked && picks[k].yes_no));
+      }
+    }
+    if (format_ == OutputFormat::csv)
+      std::fputs(csv_line(Row(view.titles.begin(), view.titles.end())).c_str(), stdout);
+
+    std::size_t count = 0;
+    std::string packed;
+    Row row;
+    for (;;) {
+      int got = fetch(stmt, n, packed, row);
+      if (got < 0) return false;
+      if (got == 0) break;
+      ++count;
+      if (format_ == OutputFormat::packed) {
+        std::printf("%s\n", from_server(packed, o_.encoding).c_str());
+        continue;
+      }
+      Row shown;
+      for (std::size_t k = 0; k < cols.size(); ++k) {
+        Cell c = row[static_cast<std::size_t>(cols[k] - 1)];
+        if (picked && picks[k].yes_no && c) c = *c == "0" ? "no" : *c == "1" ? "yes" : "unknown";
+        shown.push_back(std::move(c));
+      }
+      if (format_ == OutputFormat::csv)
+        std::fputs(csv_line(shown).c_str(), stdout);
+      else
+        view.rows.push_back(std::move(shown));
+    }
+    if (format_ == OutputFormat::packed) std::printf("%s\n\n", rows_footer(count).c_str());
+    if (format_ != OutputFormat::table) return true;
+    // Optional catalog columns that are NULL in every row are left out.
+    for (std::size_t k = cols.size(); picked && k-- > 0;) {
+      if (!picks[k].optional) continue;
+      bool all_null = true;
+      for (const Row &r : view.rows)
+        all_null = all_null && !r[k];
+      if (!all_null) continue;
+      view.titles.erase(view.titles.begin() + static_cast<std::ptrdiff_t>(k));
+      view.right.erase(view.right.begin() + static_cast<std::ptrdiff_t>(k));
+      for (Row &r : view.rows)
+        r.erase(r.begin() + static_cast<std::ptrdiff_t>(k));
+    }
+    std::printf("%s\n", format_table(view, o_.encoding, max_width_).c_str());
+    return true;
+  }
+
+  bool row_count(int stmt, const std::string &sql) {
+    std::vector<Arg> a{Arg::integer(stmt), Arg::int_var(-1)};
+    if (!call("RowCount", "RowCount", a)) return false;
+    int n = a[1].as_int();
+    if (n > 0 || (n == 0 && changes_rows(sql)))
+      std::printf("%d row%s affected\n", n, n == 1 ? "" : "s");
+    else
+      std::printf("OK\n");
+    return true;
+  }
+
+  // The next row of `stmt` (`n` columns): 1 with `packed` as the server packed it and,
+  // unless the format is packed, `row` holding its values; 0 at the end; -1 after a
+  // failure that has been reported.
+  int fetch(int stmt, int n, std::string &packed, Row &row) {
+    if (lost_) {
+      error("Fetch: the server is gone");
+      return -1;
+    }
+    std::vector<Arg> a{Arg::integer(stmt), Arg::int_var(0), Arg::string_var("", kRowCapacity)};
+    CallResult r = s_.call("Fetch", std::span<Arg>(a));
+    const bool full = r.ok() && r.status == 18;  // fetched, but the row did not fit
+    if (!full && (!r.ok() || r.status != 0)) {
+      failed("Fetch", r);
+      return -1;
+    }
+    if (a[1].as_int() == 0) return 0;
+    packed = a[2].as_string();
+    row.clear();
+    if (full) {
+      if (format_ == OutputFormat::packed) {
+        error("a row longer than " + std::to_string(kRowCapacity) +
+              " bytes does not fit the packed row buffer; \\format table or csv shows it");
+        return -1;
+      }
+      return column_values(stmt, n, row) ? 1 : -1;
+    }
+    if (format_ == OutputFormat::packed) return 1;
+    client::PackedRow pr = client::read_packed_row(packed);
+    if (!pr.ok() || pr.entries.size() != static_cast<std::size_t>(n)) {
+      error("the server's packed row does not read as " + std::to_string(n) + " columns" +
+            (pr.ok() ? "" : ": " + pr.error));
+      return -1;
+    }
+    for (int k = 0; k < n; ++k) {
+      const client::PackedEntry &e = pr.entries[static_cast<std::size_t>(k)];
+      // A packed row shows NULL as empty text, or as "0" for a number: IsNull tells.
+      if ((e.value.empty() || (e.numeric && e.value == "0"))) {
+        int null = 0;
+        if (!is_null(stmt, k + 1, null)) return -1;
+        if (null) {
+          row.emplace_back();
+          continue;
+        }
+      }
+      row.emplace_back(from_server(e.value, o_.encoding));
+    }
+    return 1;
+  }
+
+  bool is_null(int stmt, int col, int &null) {
+    std::vector<Arg> a{Arg::integer(stmt), Arg::integer(col), Arg::int_var(0)};
+    if (!call("IsNull", "IsNull", a)) return false;
+    null = a[2].as_int();
+    return true;
+  }
+
+  // The current row's values one by one, for a row too long to come packed.
+  bool column_values(int stmt, int n, Row &row) {
+    for (int k = 1; k <= n; ++k) {
+      std::vector<Arg> a{Arg::integer(stmt), Arg::integer(k), Arg::string_var("", kValueCapacity)};
+      if (!call("GetData", "GetData", a)) return false;
+      int null = 0;
+      if (a[2].as_string().empty() && !is_null(stmt, k, null)) return false;
+      if (null)
+        row.emplace_back();
+      else
+        row.emplace_back(from_server(a[2].as_string(), o_.encoding));
+    }
+    return true;
+  }
+
+  // \tables [PATTERN] and \columns TABLE: the catalog query, then its chosen columns.
+  bool catalog(const std::string &name, const std::vector<std::string> &words) {
+    const bool tables = name == "tables";
+    if (tables ? words.size() > 1 : words.size() != 1)
+      return usage(tables ? "\\tables takes at most one pattern, e.g. \\tables cust%"
+                          : "\\columns takes a table name, e.g. \\columns customer");
+    std::string owner, object = words.empty() ? "" : words[0];
+    if (std::size_t dot = object.find('.'); dot != std::string::npos) {
+      owner = object.substr(0, dot);
+      object.erase(0, dot + 1);
+    }
+    std::vector<Arg> a{Arg::integer(conn_),
+                       Arg::string(""),
+                       Arg::string(to_latin1(owner, o_.encoding)),
+                       Arg::string(to_latin1(object, o_.encoding)),
+                       Arg::string(""),
+                       Arg::int_var(0)};
+    if (!call("\\" + name, tables ? "Tables" : "Columns", a)) return false;
+    int stmt = a[5].as_int();
+    bool ok = tables ? result(stmt, "", kTablePicks) : result(stmt, "", kColumnPicks);
+    return drop(stmt) && ok;
   }
 
   // Runs one command; false when it failed.
   bool command(const std::string &text) {
-    if (text.empty() || text[0] != '\\') return not_yet("SQL statement");
+    if (text.empty() || text[0] != '\\') return statement(text);
     std::istringstream in(text.substr(1));
     std::string name;
     in >> name;
@@ -373,6 +681,7 @@ class Shell {
       std::fputs(kHelp, stdout);
       return true;
     }
+    if (name == "tables" || name == "columns") return catalog(name, words);
     if (name == "autocommit") {
       if (words.size() != 1 || (words[0] != "on" && words[0] != "off"))
         return usage("\\autocommit takes on or off");
@@ -444,14 +753,32 @@ class Shell {
       std::printf("format %s\n", words[0].c_str());
       return true;
     }
-    if (name == "tables" || name == "columns") return not_yet("\\" + name);
+    if (name == "width") {
+      if (words.size() == 1) {
+        char *end = nullptr;
+        long w = std::strtol(words[0].c_str(), &end, 10);
+        if (*end || words[0].empty() || w < 0 || w > 100000)
+          return usage("\\width takes a number of characters (0: no limit)");
+        max_width_ = static_cast<int>(w);
+      } else if (!words.empty()) {
+        return usage("\\width takes a number of characters (0: no limit)");
+      }
+      if (max_width_ == 0)
+        std::printf("width unlimited\n");
+      else
+        std::printf("width %d\n", max_width_);
+      return true;
+    }
     return usage("unknown command \\" + name + "; \\? lists the commands");
   }
 
   client::Session &s_;
   const SqlOptions &o_;
   OutputFormat format_;       // current output format (\format changes it)
+  int max_width_;             // current widest table column (\width changes it)
   int conn_ = 0;              // connection identifier, 0 before Connect
+  int begun_ = 0;             // input line on which the pending statement began
+  std::string where_;         // "line N: " while running a command read from a file
   bool quit_ = false;         // \q seen
   bool lost_ = false;         // the server gave no answer: no further calls
   bool quit_failed_ = false;  // the closing Disconnect failed

@@ -1,6 +1,7 @@
-// qzcall's SQL shell: connects through the server, then takes SQL statements and backslash
-// commands from -e options, standard input or an interactive line editor, and reports
-// failures with every diagnostic record of GetError.
+// qzcall's SQL shell: connects through the server, then runs SQL statements and backslash
+// commands from -e options, standard input or an interactive line editor, shows results as
+// a table, CSV or packed rows, and reports failures with every diagnostic record of
+// GetError.
 #pragma once
 
 #include <string>
@@ -8,16 +9,20 @@
 #include <vector>
 
 #include "qzclient.hpp"
+#include "result_view.hpp"
 
 namespace qz::call {
 
 enum class OutputFormat { table, csv, packed };
-enum class Encoding { utf8, latin1, roman8 };  // the user's text; the server's is Roman-8
+
+// Widest column of the table format, in characters, unless told otherwise.
+inline constexpr int kDefaultMaxWidth = 40;
 
 struct SqlOptions {
   std::string connstr;                        // connection string, or a data source name
   std::vector<std::string> execute;           // -e texts, run in order instead of reading input
   OutputFormat format = OutputFormat::table;  // how result rows print
+  int max_width = kDefaultMaxWidth;           // table format: widest column (0: no limit)
   Encoding encoding = Encoding::utf8;         // encoding of the terminal and the input
   bool keep_going = false;                    // batch mode: go on after a failing statement
   bool history = true;                        // interactive mode: keep ~/.qzcall_history
@@ -44,6 +49,9 @@ class StatementSplitter {
 // Text conversion between the user's encoding and the server's Roman-8.
 std::string to_server(std::string_view text, Encoding e);
 std::string from_server(std::string_view text, Encoding e);
+// The user's text as ISO 8859-1, the character set on the ODBC side (the catalog
+// functions pass their arguments to the driver unconverted).
+std::string to_latin1(std::string_view text, Encoding e);
 
 // Connects, runs the commands, disconnects. Returns the exit status: 0, or 1 when the
 // connection or a command failed.

@@ -317,21 +317,195 @@ TEST_F(Shell, ConnectionInformationAndVersions) {
   EXPECT_NE(r.out.find("Revision  1.8\n"), std::string::npos) << r.out;
 }
 
-TEST_F(Shell, StatementsAreRefusedAsNotYetAvailable) {
-  // Batch input stops at the first failure, unless told to keep going.
-  RunResult r = sql({"-e", "SELECT 1", "-e", "\\commit", conn()});
+TEST_F(Shell, BatchStopsAtTheFirstFailureUnlessToldToGoOn) {
+  const std::string input = "SELECT 1 AS one;\nSELEC 1;\n\\commit\n";
+  const std::string one = " one\n-----\n   1\n(1 row)\n\n";
+  const std::string diagnostics =
+      "qzcall: line 2: ExecDirect failed with status 1118 (the statement failed)\n"
+      "  S1000 (native 1): [SQLite]near \"SELEC\": syntax error (1)\n";
+  RunResult r = sql({conn()}, input);
   EXPECT_EQ(r.status, 1);
-  EXPECT_EQ(r.out, "");
-  EXPECT_NE(r.err.find("qzcall: SQL statement: not available yet"), std::string::npos) << r.err;
-
-  std::string input = "\\autocommit on\nselect 1;\n\\tables\n\\columns t\n\\commit\n";
+  EXPECT_EQ(r.out, one);
+  EXPECT_EQ(r.err, diagnostics);
   r = sql({"-k", conn()}, input);
   EXPECT_EQ(r.status, 1);
-  EXPECT_EQ(r.out, "autocommit on\ncommitted\n");
-  EXPECT_NE(r.err.find("SQL statement: not available yet"), std::string::npos) << r.err;
-  EXPECT_NE(r.err.find("\\tables: not available yet"), std::string::npos) << r.err;
-  EXPECT_NE(r.err.find("\\columns: not available yet"), std::string::npos) << r.err;
+  EXPECT_EQ(r.out, one + "committed\n");
+  EXPECT_EQ(r.err, diagnostics);
+  // Texts of -e have no input lines; their statements split at ';' all the same.
+  r = sql({"-e", "SELECT 1 AS one; SELECT 2 AS two", "-e", "SELECT 'x' AS \"x;y\"", conn()});
+  EXPECT_EQ(r.status, 0) << r.err;
+  EXPECT_EQ(r.out, one + " two\n-----\n   2\n(1 row)\n\n x;y\n-----\n x\n(1 row)\n\n");
 }
+
+TEST_F(Shell, ARowTooLongToComePackedIsReadColumnByColumn) {
+  // 1100 columns of 250 characters: more than the packed row buffer holds.
+  std::string select = "SELECT x AS c1";
+  for (int c = 2; c <= 1100; ++c)
+    select += ", x AS c" + std::to_string(c);
+  select += " FROM (SELECT replace(hex(zeroblob(125)), '0', 'v') AS x)";
+  RunResult r = sql({"-F", "csv", "-e", select, conn()});
+  EXPECT_EQ(r.status, 0) << r.err;
+  std::string row;
+  for (int c = 1; c <= 1100; ++c)
+    row += (c > 1 ? "," : "") + std::string(250, 'v');
+  ASSERT_EQ(r.out.size(), r.out.find('\n') + 1 + row.size() + 1);
+  EXPECT_EQ(r.out.substr(r.out.find('\n') + 1), row + "\n");
+  // The packed format cannot show it, and says what can.
+  r = sql({"-F", "packed", "-e", select, conn()});
+  EXPECT_EQ(r.status, 1);
+  EXPECT_EQ(r.err,
+            "qzcall: a row longer than 262144 bytes does not fit the packed row buffer; "
+            "\\format table or csv shows it\n");
+}
+
+// ---- the SQL shell on both drivers ------------------------------------------------------
+
+// The driver a parametrised shell test runs on.
+enum class Driver { sqlite, postgres };
+
+class ShellOn : public ::testing::TestWithParam<Driver> {
+ protected:
+  void SetUp() override {
+    if (pg() && !odbc::pg_available()) GTEST_SKIP() << "no PostgreSQL in this build";
+    // One name per process, always eight characters wide, so that tables align alike.
+    char name[16];
+    std::snprintf(name, sizeof name, "g%07d", static_cast<int>(getpid() % 10000000));
+    table_ = name;
+  }
+  void TearDown() override {
+    if (pg() && odbc::pg_available()) odbc::psql("DROP TABLE IF EXISTS " + table_);
+  }
+  bool pg() const { return GetParam() == Driver::postgres; }
+  std::string conn() const { return pg() ? odbc::pg_conn() : odbc::sqlite_conn(dir_.file("t.db")); }
+  RunResult sql(const std::vector<std::string> &args, const std::string &input) {
+    std::string path = dir_.file("input.sql");
+    std::ofstream(path, std::ios::binary) << input;
+    return qzcall(odbc_server() + std::vector<std::string>{"sql"} + args + std::vector{conn()},
+                  path);
+  }
+  // `text` with every "T" replaced by the table's name.
+  std::string t(const std::string &text) const {
+    return std::regex_replace(text, std::regex("\\bT\\b"), table_);
+  }
+  std::string table_;  // the test table, g and the process id
+  odbc::TempDir dir_;
+};
+
+std::string driver_name(const ::testing::TestParamInfo<Driver> &info) {
+  return info.param == Driver::postgres ? "postgres" : "sqlite";
+}
+
+TEST_P(ShellOn, ResultsAsTableCsvAndPackedRowsWithRowCountsAndTheCatalog) {
+  const std::string input =
+      t("CREATE TABLE T (id INTEGER, name VARCHAR(20), born DATE, paid " +
+        std::string(pg() ? "DOUBLE PRECISION" : "REAL") +
+        ");\n"
+        "INSERT INTO T VALUES (1, 'Ren\xc3\xa9"
+        "e', '1970-01-02', 12.5);\n"
+        "INSERT INTO T VALUES (2, NULL, NULL, NULL),\n"
+        "  (3, '', '2000-02-29', 0);  -- NULL and empty text, NULL and zero\n"
+        "UPDATE T SET paid = 1 WHERE id > 10;\n"
+        "SELECT id, name, born, paid AS \"paid, in EUR\" FROM T ORDER BY id;\n"
+        "\\format csv\n"
+        "SELECT id, name, born, paid AS \"paid, in EUR\" FROM T ORDER BY id;\n"
+        "\\format packed\n"
+        "SELECT id, name FROM T WHERE id = 1;\n"
+        "\\format table\n"
+        "\\tables T\n"
+        "\\columns T\n");
+  RunResult r = sql({}, input);
+  EXPECT_EQ(r.status, 0) << r.err;
+  EXPECT_EQ(r.err, "");
+  // The packed row holds HP Roman-8 (e acute is 0xC5), its length counting those bytes;
+  // the shell shows the text in UTF-8.
+  const std::string tables = pg() ? " schema | name     | type\n"
+                                    "--------+----------+-------\n"
+                                    " public | T | TABLE\n"
+                                  : " name     | type\n"
+                                    "----------+-------\n"
+                                    " T | TABLE\n";
+  const std::string columns = pg() ? " column | type    | size | nullable\n"
+                                     "--------+---------+------+----------\n"
+                                     " id     | int4    |   10 | yes\n"
+                                     " name   | varchar |   20 | yes\n"
+                                     " born   | date    |   10 | yes\n"
+                                     " paid   | float8  |   17 | yes\n"
+                                   : " column | type        | size | nullable\n"
+                                     "--------+-------------+------+----------\n"
+                                     " id     | INTEGER     |    9 | yes\n"
+                                     " name   | VARCHAR(20) |   20 | yes\n"
+                                     " born   | DATE        |    0 | yes\n"
+                                     " paid   | REAL        |   53 | yes\n";
+  EXPECT_EQ(r.out, t("OK\n"
+                     "1 row affected\n"
+                     "2 rows affected\n"
+                     "0 rows affected\n"
+                     " id | name  | born     | paid, in EUR\n"
+                     "----+-------+----------+--------------\n"
+                     "  1 | Ren\xc3\xa9"
+                     "e | 19700102 |         12.5\n"
+                     "  2 | NULL  | NULL     |         NULL\n"
+                     "  3 |       | 20000229 |            0\n"
+                     "(3 rows)\n"
+                     "\n"
+                     "format csv\n"
+                     "id,name,born,\"paid, in EUR\"\n"
+                     "1,Ren\xc3\xa9"
+                     "e,19700102,12.5\n"
+                     "2,,,\n"
+                     "3,\"\",20000229,0\n"
+                     "format packed\n"
+                     "NId~0~1~1XName~0~5~Ren\xc3\xa9"
+                     "e$\n"
+                     "(1 row)\n"
+                     "\n"
+                     "format table\n" +
+                     tables + "(1 row)\n\n" + columns +
+                     "(4 rows)\n"
+                     "\n"));
+  // With --encoding latin1 the same text comes out in ISO 8859-1 (e acute 0xE9).
+  r = sql({"--encoding", "latin1", "-F", "csv"},
+          t("SELECT name FROM T WHERE id = 1;\nDELETE FROM T"));
+  EXPECT_EQ(r.status, 0) << r.err;
+  EXPECT_EQ(r.out,
+            "name\nRen\xe9"
+            "e\n3 rows affected\n");
+}
+
+TEST_P(ShellOn, FailuresShowTheStatusAndEveryDiagnosticRecord) {
+  RunResult r = sql({"-k"}, "SELECT * FROM missing_table;\nSELEC 1;\n");
+  EXPECT_EQ(r.status, 1);
+  EXPECT_EQ(r.out, "");
+  const std::string expected =
+      pg() ? "qzcall: line 1: ExecDirect failed with status 1118 (the statement failed)\n"
+             "  42P01 (native 1): ERROR: relation \"missing_table\" does not exist;\n"
+             "    Error while executing the query\n"
+             "qzcall: line 2: ExecDirect failed with status 1118 (the statement failed)\n"
+             "  42601 (native 1): ERROR: syntax error at or near \"SELEC\";\n"
+             "    Error while executing the query\n"
+           : "qzcall: line 1: ExecDirect failed with status 1118 (the statement failed)\n"
+             "  S1000 (native 1): [SQLite]no such table: missing_table (1)\n"
+             "qzcall: line 2: ExecDirect failed with status 1118 (the statement failed)\n"
+             "  S1000 (native 1): [SQLite]near \"SELEC\": syntax error (1)\n";
+  EXPECT_EQ(r.err, expected);
+}
+
+TEST_P(ShellOn, TransactionsAcrossStatements) {
+  RunResult r = sql({}, t("CREATE TABLE T (k INTEGER);\n"
+                          "\\autocommit off\n"
+                          "INSERT INTO T VALUES (1);\n"
+                          "\\commit\n"
+                          "INSERT INTO T VALUES (2);\n"
+                          "\\rollback\n"
+                          "SELECT count(*) AS n FROM T;\n"));
+  EXPECT_EQ(r.status, 0) << r.err;
+  EXPECT_EQ(r.out,
+            "OK\nautocommit off\n1 row affected\ncommitted\n1 row affected\nrolled back\n"
+            " n\n---\n 1\n(1 row)\n\n");
+}
+
+INSTANTIATE_TEST_SUITE_P(Drivers, ShellOn, ::testing::Values(Driver::sqlite, Driver::postgres),
+                         driver_name);
 
 TEST_F(Shell, BadCommandsFail) {
   struct Case {
@@ -358,7 +532,7 @@ TEST_F(Shell, AFailedConnectShowsItsStatusAndTheLogShowsWhy) {
   EXPECT_EQ(r.status, 1);
   EXPECT_EQ(r.out, "");
   EXPECT_EQ(r.err,
-            "qzcall: Connect failed with status 1113\n"
+            "qzcall: Connect failed with status 1113 (the driver refused the connection)\n"
             "  (the server logs the driver's reasons; --log console shows them)\n");
   r = sql({"--log", "console", missing});
   EXPECT_EQ(r.status, 1);
@@ -371,7 +545,7 @@ TEST_F(Shell, AFailedCommitShowsEveryDiagnosticRecord) {
   EXPECT_EQ(r.status, 1);
   EXPECT_EQ(r.out, "autocommit off\n");
   EXPECT_EQ(r.err,
-            "qzcall: \\commit failed with status 1111\n"
+            "qzcall: \\commit failed with status 1111 (the ODBC call failed)\n"
             "  S1000 (native 7): commit refused\n");
 }
 
@@ -423,7 +597,8 @@ TEST_F(Shell, InteractiveThroughATerminal) {
   // Each line is typed once the prompt asks for it.
   EXPECT_TRUE(read_until(fd, seen, "qz=> ")) << seen;
   EXPECT_NE(seen.find("connected (connection 1)"), std::string::npos) << seen;
-  for (const char *line : {"\\autocommit off\n", "\\commit\n", "select\n", "1;\n", "\\q\n"}) {
+  for (const char *line :
+       {"\\autocommit off\n", "\\commit\n", "select\n", "1 AS one;\n", "\\q\n"}) {
     std::size_t from = seen.size();
     ASSERT_EQ(::write(fd, line, std::strlen(line)), static_cast<ssize_t>(std::strlen(line)));
     if (line[0] != '\\' || line[1] != 'q') {
@@ -437,7 +612,8 @@ TEST_F(Shell, InteractiveThroughATerminal) {
   EXPECT_TRUE(WIFEXITED(st) && WEXITSTATUS(st) == 0) << seen;
   EXPECT_NE(seen.find("autocommit off"), std::string::npos) << seen;
   EXPECT_NE(seen.find("committed"), std::string::npos) << seen;
-  EXPECT_NE(seen.find("SQL statement: not available yet"), std::string::npos) << seen;
+  // The query's table, with the terminal's line ends.
+  EXPECT_NE(seen.find(" one\r\n-----\r\n   1\r\n(1 row)\r\n"), std::string::npos) << seen;
 }
 
 }  // namespace

@@ -1,8 +1,9 @@
 #!/usr/bin/env bash
 # Builds the Debian package of a build tree, unpacks it with dpkg -x into a temporary
 # directory and checks what a user gets: the dependencies, no build path anywhere, the
-# unpacked qzcall running a script through the unpacked qzodbc on SQLite, and the CMake
-# package configuration and pkg-config files of the unpacked libraries in use.
+# unpacked qzcall running a script and a query through the unpacked qzodbc on SQLite, and
+# the CMake package configuration and pkg-config files of the unpacked libraries in use
+# (the README's example program among them).
 #   check_package.sh BUILD_DIR SOURCE_DIR      (ODBCSYSINI: the test registration)
 set -euo pipefail
 build=$1
@@ -53,6 +54,21 @@ expected:
 $expected"
 echo "unpacked qzcall ran the script through the unpacked qzodbc"
 
+out=$(cd "$tmp" && PATH=/usr/bin:/bin "$root/usr/bin/qzcall" sql \
+  -e "CREATE TABLE t (k INTEGER, s VARCHAR(9)); INSERT INTO t VALUES (1, 'café')" \
+  -e "SELECT k, s FROM t" "Driver={QZ SQLite};Database=$tmp/smoke.db") || fail "qzcall sql: $out"
+expected="OK
+1 row affected
+ k | s
+---+------
+ 1 | café
+(1 row)"
+[ "$out" = "$expected" ] || fail "qzcall sql output:
+$out
+expected:
+$expected"
+echo "unpacked qzcall ran a query through the unpacked qzodbc"
+
 # A program built against the unpacked tree with find_package(qzodbc), and a C program
 # through pkg-config.
 cmake -S "$here/consumer" -B "$tmp/consumer" -G Ninja -DCMAKE_PREFIX_PATH="$root/usr" \
@@ -84,4 +100,12 @@ got=$("$tmp/sum")
 pkg-config --cflags qzclient | grep -q -- "-I$root/usr/lib/pkgconfig/../../include" ||
   fail "qzclient.pc: $(pkg-config --cflags qzclient)"
 echo "pkg-config qzmath: $got"
+
+# The README's example program, built as the README says.
+c++ -std=c++20 "$src/doc/example/query.cpp" -o "$tmp/query" $(pkg-config --cflags --libs qzclient) \
+  -Wl,-rpath,"$root/usr/lib" || fail "compile the README example through pkg-config qzclient"
+got=$("$tmp/query" "$root/usr/bin/qzodbc" "Driver={QZ SQLite};Database=$tmp/smoke.db" \
+  "SELECT k, s FROM t") || fail "README example: $got"
+[ "$got" = "K=1 S=caf$(printf '\xc5')" ] || fail "README example printed: $got"
+echo "README example: $got"
 echo "package checks passed"
