@@ -141,8 +141,7 @@ struct Connection {
 // and be empty: the SELECT then yields exactly the inserted row.
 struct Script {
   std::vector<Step> steps;
-  SDWORD fetched_a = -1;     // column a of the fetched row
-  std::string inserted_via;  // "SQLBindParameter" or "SQLSetParam" for parameter 1
+  SDWORD fetched_a = -1;  // column a of the fetched row
 
   const Step *find(const std::string &fn, int nth = 1) const {
     for (const Step &s : steps) {
@@ -215,10 +214,6 @@ struct ScriptDb {
     Connection c(odbc::sqlite_conn(file));
     EXPECT_EQ(c.connect_rc, SQL_SUCCESS);
     EXPECT_EQ(c.exec("CREATE TABLE t (a INTEGER, b VARCHAR(20))"), SQL_SUCCESS);
-  }
-  std::vector<std::vector<std::string>> rows() {
-    Connection c(odbc::sqlite_conn(file));
-    return c.query("SELECT a, b FROM t ORDER BY a");
   }
 };
 
