@@ -9,6 +9,7 @@
 #include <limits>
 #include <random>
 #include <string>
+#include <type_traits>
 
 #include <gtest/gtest.h>
 
@@ -65,35 +66,39 @@ double from_bits(std::uint64_t bits) {
   return d;
 }
 
+// A value as a failure message shows it: a double by its bits, an integer in decimal.
+template <class V>
+std::string describe(V v) {
+  if constexpr (std::is_floating_point_v<V>)
+    return hex_bits(v);
+  else
+    return std::to_string(v);
+}
+
+// Compares ours(out, v...) with snprintf(format, v...) for one set of values.
+template <int Size, class... V>
+void check(Tally<Size> &t, int (*ours)(char *, V...), const char *format, V... v) {
+  char want[96];
+  int n = std::snprintf(want, sizeof want, format, v...);
+  t.check([&](char *out) { return ours(out, v...); }, want, n,
+          [&] {
+            std::string text = format;
+            ((text += " " + describe(v)), ...);
+            return text;
+          });
+}
+
 void check_int(Tally<qz::kFormatIntSize> &t, std::int32_t v) {
-  char want[64];
-  int n = std::snprintf(want, sizeof want, "%d", v);
-  t.check([&](char *out) { return qz::format_int(out, v); }, want, n,
-          [&] { return "int " + std::to_string(v); });
+  check(t, qz::format_int, "%d", v);
 }
-
 void check_double(Tally<qz::kFormatDoubleSize> &t, double d) {
-  char want[64];
-  int n = std::snprintf(want, sizeof want, "%.14g", d);
-  t.check([&](char *out) { return qz::format_g14(out, d); }, want, n, [&] { return hex_bits(d); });
+  check(t, qz::format_g14, "%.14g", d);
 }
-
 void check_date(Tally<qz::kFormatDateSize> &t, std::int16_t y, std::uint16_t m, std::uint16_t d) {
-  char want[64];
-  int n = std::snprintf(want, sizeof want, "%04d%02d%02d", y, m, d);
-  t.check([&](char *out) { return qz::format_date(out, y, m, d); }, want, n,
-          [&] {
-            return "date " + std::to_string(y) + " " + std::to_string(m) + " " + std::to_string(d);
-          });
+  check(t, qz::format_date, "%04d%02d%02d", y, m, d);
 }
-
 void check_time(Tally<qz::kFormatTimeSize> &t, std::uint16_t h, std::uint16_t mi, std::uint16_t s) {
-  char want[64];
-  int n = std::snprintf(want, sizeof want, "%02d%02d%02d", h, mi, s);
-  t.check([&](char *out) { return qz::format_time(out, h, mi, s); }, want, n,
-          [&] {
-            return "time " + std::to_string(h) + " " + std::to_string(mi) + " " + std::to_string(s);
-          });
+  check(t, qz::format_time, "%02d%02d%02d", h, mi, s);
 }
 
 struct Stamp {
@@ -102,26 +107,11 @@ struct Stamp {
 };
 
 void check_timestamp(Tally<qz::kFormatTimestampSize> &t, const Stamp &v) {
-  char want[64];
-  int n = std::snprintf(want, sizeof want, "%04d%02d%02d %02d%02d%02d", v.year, v.month, v.day,
-                        v.hour, v.minute, v.second);
-  t.check(
-      [&](char *out) {
-        return qz::format_timestamp(out, v.year, v.month, v.day, v.hour, v.minute, v.second);
-      },
-      want, n,
-      [&] {
-        return "timestamp " + std::to_string(v.year) + " " + std::to_string(v.month) + " " +
-               std::to_string(v.day) + " " + std::to_string(v.hour) + " " +
-               std::to_string(v.minute) + " " + std::to_string(v.second);
-      });
+  check(t, qz::format_timestamp, "%04d%02d%02d %02d%02d%02d", v.year, v.month, v.day, v.hour,
+        v.minute, v.second);
 }
-
 void check_header(Tally<qz::kFormatXpackHeaderSize> &t, std::int32_t number, std::int32_t vl) {
-  char want[64];
-  int n = std::snprintf(want, sizeof want, "%c%d%c%d%c", '~', number, '~', vl, '~');
-  t.check([&](char *out) { return qz::format_xpack_header(out, number, vl); }, want, n,
-          [&] { return "header " + std::to_string(number) + " " + std::to_string(vl); });
+  check(t, qz::format_xpack_header, "~%d~%d~", number, vl);
 }
 
 // An int32 of random magnitude: the bit patterns alone are nearly all ten digits long.

@@ -102,42 +102,39 @@ TEST(SqlTypes, NumericAndDecimalChooseByPrecisionAndScale) {
   }
 }
 
-TEST(SqlTypes, WideNumericIsNotLimitedByTheTextSettings) {
-  qz::ColumnBuffer b = qz::buffer_for_sql_type(SQL_NUMERIC, 2000, 0, 10, 20);
-  EXPECT_EQ(b.ctype, SQL_C_CHAR);
-  EXPECT_EQ(b.size, 2001);
-  // An absurd precision stops at the largest size instead of wrapping around.
-  b = qz::buffer_for_sql_type(SQL_DECIMAL, 0xFFFFFFFFu, 0, 10, 20);
-  EXPECT_EQ(b.size, 2147483647);
-  b = qz::buffer_for_sql_type(SQL_DECIMAL, 2147483646u, 0, 10, 20);
-  EXPECT_EQ(b.size, 2147483647);
-}
-
-TEST(SqlTypes, TextRuleWithDefaultSettings) {
-  // VARCHAR(2000) gets 1024 bytes: at most 1023 characters arrive.
-  EXPECT_EQ(qz::buffer_for_sql_type(SQL_VARCHAR, 2000, 0, kDef, kMax).size, 1024);
-  EXPECT_EQ(qz::buffer_for_sql_type(SQL_VARCHAR, 1024, 0, kDef, kMax).size, 1025);
-  EXPECT_EQ(qz::buffer_for_sql_type(SQL_VARCHAR, 1025, 0, kDef, kMax).size, 1024);
-  EXPECT_EQ(qz::buffer_for_sql_type(SQL_VARCHAR, 1023, 0, kDef, kMax).size, 1024);
-  EXPECT_EQ(qz::buffer_for_sql_type(SQL_CHAR, 1, 0, kDef, kMax).size, 2);
-  EXPECT_EQ(qz::buffer_for_sql_type(SQL_VARCHAR, 0, 0, kDef, kMax).size, kDef);
-  EXPECT_EQ(qz::buffer_for_sql_type(SQL_LONGVARCHAR, 0xFFFFFFFFu, 0, kDef, kMax).size, kMax);
-  // BIGINT is text: 19 digits and a sign do not fit SQL_C_LONG.
-  qz::ColumnBuffer big = qz::buffer_for_sql_type(SQL_BIGINT, 19, 0, kDef, kMax);
-  EXPECT_EQ(big.ctype, SQL_C_CHAR);
-  EXPECT_EQ(big.size, 20);
-}
-
-TEST(SqlTypes, TextRuleFollowsBothSettings) {
-  // Precision 0 takes the default size, not the maximum; beyond the maximum the
-  // maximum itself, not one more.
-  EXPECT_EQ(qz::buffer_for_sql_type(SQL_VARCHAR, 0, 0, 100, 5000).size, 100);
-  EXPECT_EQ(qz::buffer_for_sql_type(SQL_VARCHAR, 2000, 0, 100, 5000).size, 2001);
-  EXPECT_EQ(qz::buffer_for_sql_type(SQL_VARCHAR, 5000, 0, 100, 5000).size, 5001);
-  EXPECT_EQ(qz::buffer_for_sql_type(SQL_VARCHAR, 5001, 0, 100, 5000).size, 5000);
-  EXPECT_EQ(qz::buffer_for_sql_type(SQL_VARCHAR, 32767, 0, 32767, 32767).size, 32768);
-  EXPECT_EQ(qz::buffer_for_sql_type(SQL_VARCHAR, 32768, 0, 32767, 32767).size, 32767);
-  EXPECT_EQ(qz::buffer_for_sql_type(SQL_BINARY, 2, 0, 1, 1).size, 1);
+// Text buffers by precision and both settings: one byte more than the precision, but the
+// default size for precision 0 and the maximum itself beyond the maximum; wide NUMERIC is
+// text whatever the settings, and an absurd precision stops at the largest size.
+TEST(SqlTypes, TextSizesFollowPrecisionAndSettings) {
+  const struct {
+    int type;            // described SQL type
+    std::uint32_t p;     // its precision
+    int def, max, size;  // the two settings and the buffer size
+  } cases[] = {
+      {SQL_VARCHAR, 2000, kDef, kMax, 1024},  // at most 1023 characters arrive
+      {SQL_VARCHAR, 1024, kDef, kMax, 1025},
+      {SQL_VARCHAR, 1025, kDef, kMax, 1024},
+      {SQL_VARCHAR, 1023, kDef, kMax, 1024},
+      {SQL_CHAR, 1, kDef, kMax, 2},
+      {SQL_VARCHAR, 0, kDef, kMax, kDef},
+      {SQL_LONGVARCHAR, 0xFFFFFFFFu, kDef, kMax, kMax},
+      {SQL_BIGINT, 19, kDef, kMax, 20},  // 19 digits and a sign do not fit SQL_C_LONG
+      {SQL_VARCHAR, 0, 100, 5000, 100},
+      {SQL_VARCHAR, 2000, 100, 5000, 2001},
+      {SQL_VARCHAR, 5000, 100, 5000, 5001},
+      {SQL_VARCHAR, 5001, 100, 5000, 5000},
+      {SQL_VARCHAR, 32767, 32767, 32767, 32768},
+      {SQL_VARCHAR, 32768, 32767, 32767, 32767},
+      {SQL_BINARY, 2, 1, 1, 1},
+      {SQL_NUMERIC, 2000, 10, 20, 2001},
+      {SQL_DECIMAL, 0xFFFFFFFFu, 10, 20, 2147483647},
+      {SQL_DECIMAL, 2147483646u, 10, 20, 2147483647},
+  };
+  for (const auto &c : cases) {
+    qz::ColumnBuffer b = qz::buffer_for_sql_type(c.type, c.p, 0, c.def, c.max);
+    EXPECT_EQ(b.ctype, SQL_C_CHAR) << c.type << " " << c.p;
+    EXPECT_EQ(b.size, c.size) << c.type << " " << c.p << " with " << c.def << ", " << c.max;
+  }
 }
 
 TEST(SqlTypes, CTypeNames) {

@@ -16,133 +16,147 @@
 
 #include "fault_rules.hpp"
 
-// The driver functions that take a statement handle first and need nothing but forwarding.
-#define QZ_STMT_FUNCTIONS(X)                                                                      \
-  X(SQLBindCol,                                                                                   \
-    (SQLHSTMT h, SQLUSMALLINT a1, SQLSMALLINT a2, SQLPOINTER a3, SQLLEN a4, SQLLEN * a5),         \
-    (h, a1, a2, a3, a4, a5))                                                                      \
-  X(SQLBindParam,                                                                                 \
-    (SQLHSTMT h, SQLUSMALLINT a1, SQLSMALLINT a2, SQLSMALLINT a3, SQLULEN a4, SQLSMALLINT a5,     \
-     SQLPOINTER a6, SQLLEN * a7),                                                                 \
-    (h, a1, a2, a3, a4, a5, a6, a7))                                                              \
-  X(SQLBindParameter,                                                                             \
-    (SQLHSTMT h, SQLUSMALLINT a1, SQLSMALLINT a2, SQLSMALLINT a3, SQLSMALLINT a4, SQLULEN a5,     \
-     SQLSMALLINT a6, SQLPOINTER a7, SQLLEN a8, SQLLEN * a9),                                      \
-    (h, a1, a2, a3, a4, a5, a6, a7, a8, a9))                                                      \
-  X(SQLBulkOperations, (SQLHSTMT h, SQLSMALLINT a1), (h, a1))                                     \
-  X(SQLCancel, (SQLHSTMT h), (h))                                                                 \
-  X(SQLCloseCursor, (SQLHSTMT h), (h))                                                            \
-  X(SQLColAttribute,                                                                              \
-    (SQLHSTMT h, SQLUSMALLINT a1, SQLUSMALLINT a2, SQLPOINTER a3, SQLSMALLINT a4,                 \
-     SQLSMALLINT * a5, SQLLEN * a6),                                                              \
-    (h, a1, a2, a3, a4, a5, a6))                                                                  \
-  X(SQLColAttributes,                                                                             \
-    (SQLHSTMT h, SQLUSMALLINT a1, SQLUSMALLINT a2, SQLPOINTER a3, SQLSMALLINT a4,                 \
-     SQLSMALLINT * a5, SQLLEN * a6),                                                              \
-    (h, a1, a2, a3, a4, a5, a6))                                                                  \
-  X(SQLColumnPrivileges,                                                                          \
-    (SQLHSTMT h, SQLCHAR * a1, SQLSMALLINT a2, SQLCHAR * a3, SQLSMALLINT a4, SQLCHAR * a5,        \
-     SQLSMALLINT a6, SQLCHAR * a7, SQLSMALLINT a8),                                               \
-    (h, a1, a2, a3, a4, a5, a6, a7, a8))                                                          \
-  X(SQLColumns,                                                                                   \
-    (SQLHSTMT h, SQLCHAR * a1, SQLSMALLINT a2, SQLCHAR * a3, SQLSMALLINT a4, SQLCHAR * a5,        \
-     SQLSMALLINT a6, SQLCHAR * a7, SQLSMALLINT a8),                                               \
-    (h, a1, a2, a3, a4, a5, a6, a7, a8))                                                          \
-  X(SQLDescribeCol,                                                                               \
-    (SQLHSTMT h, SQLUSMALLINT a1, SQLCHAR * a2, SQLSMALLINT a3, SQLSMALLINT * a4,                 \
-     SQLSMALLINT * a5, SQLULEN * a6, SQLSMALLINT * a7, SQLSMALLINT * a8),                         \
-    (h, a1, a2, a3, a4, a5, a6, a7, a8))                                                          \
-  X(SQLDescribeParam,                                                                             \
-    (SQLHSTMT h, SQLUSMALLINT a1, SQLSMALLINT * a2, SQLULEN * a3, SQLSMALLINT * a4,               \
-     SQLSMALLINT * a5),                                                                           \
-    (h, a1, a2, a3, a4, a5))                                                                      \
-  X(SQLExecDirect, (SQLHSTMT h, SQLCHAR * a1, SQLINTEGER a2), (h, a1, a2))                        \
-  X(SQLExecute, (SQLHSTMT h), (h))                                                                \
-  X(SQLExtendedFetch, (SQLHSTMT h, SQLUSMALLINT a1, SQLLEN a2, SQLULEN * a3, SQLUSMALLINT * a4),  \
-    (h, a1, a2, a3, a4))                                                                          \
-  X(SQLFetch, (SQLHSTMT h), (h))                                                                  \
-  X(SQLFetchScroll, (SQLHSTMT h, SQLSMALLINT a1, SQLLEN a2), (h, a1, a2))                         \
-  X(SQLForeignKeys,                                                                               \
-    (SQLHSTMT h, SQLCHAR * a1, SQLSMALLINT a2, SQLCHAR * a3, SQLSMALLINT a4, SQLCHAR * a5,        \
-     SQLSMALLINT a6, SQLCHAR * a7, SQLSMALLINT a8, SQLCHAR * a9, SQLSMALLINT a10, SQLCHAR * a11,  \
-     SQLSMALLINT a12),                                                                            \
-    (h, a1, a2, a3, a4, a5, a6, a7, a8, a9, a10, a11, a12))                                       \
-  X(SQLGetCursorName, (SQLHSTMT h, SQLCHAR * a1, SQLSMALLINT a2, SQLSMALLINT * a3),               \
-    (h, a1, a2, a3))                                                                              \
-  X(SQLGetData,                                                                                   \
-    (SQLHSTMT h, SQLUSMALLINT a1, SQLSMALLINT a2, SQLPOINTER a3, SQLLEN a4, SQLLEN * a5),         \
-    (h, a1, a2, a3, a4, a5))                                                                      \
-  X(SQLGetStmtAttr, (SQLHSTMT h, SQLINTEGER a1, SQLPOINTER a2, SQLINTEGER a3, SQLINTEGER * a4),   \
-    (h, a1, a2, a3, a4))                                                                          \
-  X(SQLGetStmtOption, (SQLHSTMT h, SQLUSMALLINT a1, SQLPOINTER a2), (h, a1, a2))                  \
-  X(SQLGetTypeInfo, (SQLHSTMT h, SQLSMALLINT a1), (h, a1))                                        \
-  X(SQLMoreResults, (SQLHSTMT h), (h))                                                            \
-  X(SQLNumParams, (SQLHSTMT h, SQLSMALLINT * a1), (h, a1))                                        \
-  X(SQLNumResultCols, (SQLHSTMT h, SQLSMALLINT * a1), (h, a1))                                    \
-  X(SQLParamData, (SQLHSTMT h, SQLPOINTER * a1), (h, a1))                                         \
-  X(SQLParamOptions, (SQLHSTMT h, SQLULEN a1, SQLULEN * a2), (h, a1, a2))                         \
-  X(SQLPrepare, (SQLHSTMT h, SQLCHAR * a1, SQLINTEGER a2), (h, a1, a2))                           \
-  X(SQLPrimaryKeys,                                                                               \
-    (SQLHSTMT h, SQLCHAR * a1, SQLSMALLINT a2, SQLCHAR * a3, SQLSMALLINT a4, SQLCHAR * a5,        \
-     SQLSMALLINT a6),                                                                             \
-    (h, a1, a2, a3, a4, a5, a6))                                                                  \
-  X(SQLProcedureColumns,                                                                          \
-    (SQLHSTMT h, SQLCHAR * a1, SQLSMALLINT a2, SQLCHAR * a3, SQLSMALLINT a4, SQLCHAR * a5,        \
-     SQLSMALLINT a6, SQLCHAR * a7, SQLSMALLINT a8),                                               \
-    (h, a1, a2, a3, a4, a5, a6, a7, a8))                                                          \
-  X(SQLProcedures,                                                                                \
-    (SQLHSTMT h, SQLCHAR * a1, SQLSMALLINT a2, SQLCHAR * a3, SQLSMALLINT a4, SQLCHAR * a5,        \
-     SQLSMALLINT a6),                                                                             \
-    (h, a1, a2, a3, a4, a5, a6))                                                                  \
-  X(SQLPutData, (SQLHSTMT h, SQLPOINTER a1, SQLLEN a2), (h, a1, a2))                              \
-  X(SQLRowCount, (SQLHSTMT h, SQLLEN * a1), (h, a1))                                              \
-  X(SQLSetCursorName, (SQLHSTMT h, SQLCHAR * a1, SQLSMALLINT a2), (h, a1, a2))                    \
-  X(SQLSetParam,                                                                                  \
-    (SQLHSTMT h, SQLUSMALLINT a1, SQLSMALLINT a2, SQLSMALLINT a3, SQLULEN a4, SQLSMALLINT a5,     \
-     SQLPOINTER a6, SQLLEN * a7),                                                                 \
-    (h, a1, a2, a3, a4, a5, a6, a7))                                                              \
-  X(SQLSetPos, (SQLHSTMT h, SQLSETPOSIROW a1, SQLUSMALLINT a2, SQLUSMALLINT a3), (h, a1, a2, a3)) \
-  X(SQLSetScrollOptions, (SQLHSTMT h, SQLUSMALLINT a1, SQLLEN a2, SQLUSMALLINT a3),               \
-    (h, a1, a2, a3))                                                                              \
-  X(SQLSetStmtAttr, (SQLHSTMT h, SQLINTEGER a1, SQLPOINTER a2, SQLINTEGER a3), (h, a1, a2, a3))   \
-  X(SQLSetStmtOption, (SQLHSTMT h, SQLUSMALLINT a1, SQLULEN a2), (h, a1, a2))                     \
-  X(SQLSpecialColumns,                                                                            \
-    (SQLHSTMT h, SQLUSMALLINT a1, SQLCHAR * a2, SQLSMALLINT a3, SQLCHAR * a4, SQLSMALLINT a5,     \
-     SQLCHAR * a6, SQLSMALLINT a7, SQLUSMALLINT a8, SQLUSMALLINT a9),                             \
-    (h, a1, a2, a3, a4, a5, a6, a7, a8, a9))                                                      \
-  X(SQLStatistics,                                                                                \
-    (SQLHSTMT h, SQLCHAR * a1, SQLSMALLINT a2, SQLCHAR * a3, SQLSMALLINT a4, SQLCHAR * a5,        \
-     SQLSMALLINT a6, SQLUSMALLINT a7, SQLUSMALLINT a8),                                           \
-    (h, a1, a2, a3, a4, a5, a6, a7, a8))                                                          \
-  X(SQLTablePrivileges,                                                                           \
-    (SQLHSTMT h, SQLCHAR * a1, SQLSMALLINT a2, SQLCHAR * a3, SQLSMALLINT a4, SQLCHAR * a5,        \
-     SQLSMALLINT a6),                                                                             \
-    (h, a1, a2, a3, a4, a5, a6))                                                                  \
-  X(SQLTables,                                                                                    \
-    (SQLHSTMT h, SQLCHAR * a1, SQLSMALLINT a2, SQLCHAR * a3, SQLSMALLINT a4, SQLCHAR * a5,        \
-     SQLSMALLINT a6, SQLCHAR * a7, SQLSMALLINT a8),                                               \
+// The driver functions that take a statement handle first and need nothing but forwarding,
+// with their SQL_API_ numbers.
+#define QZ_STMT_FUNCTIONS(X)                                                                       \
+  X(SQLBindCol, SQL_API_SQLBINDCOL,                                                                \
+    (SQLHSTMT h, SQLUSMALLINT a1, SQLSMALLINT a2, SQLPOINTER a3, SQLLEN a4, SQLLEN * a5),          \
+    (h, a1, a2, a3, a4, a5))                                                                       \
+  X(SQLBindParam, SQL_API_SQLBINDPARAM,                                                            \
+    (SQLHSTMT h, SQLUSMALLINT a1, SQLSMALLINT a2, SQLSMALLINT a3, SQLULEN a4, SQLSMALLINT a5,      \
+     SQLPOINTER a6, SQLLEN * a7),                                                                  \
+    (h, a1, a2, a3, a4, a5, a6, a7))                                                               \
+  X(SQLBindParameter, SQL_API_SQLBINDPARAMETER,                                                    \
+    (SQLHSTMT h, SQLUSMALLINT a1, SQLSMALLINT a2, SQLSMALLINT a3, SQLSMALLINT a4, SQLULEN a5,      \
+     SQLSMALLINT a6, SQLPOINTER a7, SQLLEN a8, SQLLEN * a9),                                       \
+    (h, a1, a2, a3, a4, a5, a6, a7, a8, a9))                                                       \
+  X(SQLBulkOperations, SQL_API_SQLBULKOPERATIONS, (SQLHSTMT h, SQLSMALLINT a1), (h, a1))           \
+  X(SQLCancel, SQL_API_SQLCANCEL, (SQLHSTMT h), (h))                                               \
+  X(SQLCloseCursor, SQL_API_SQLCLOSECURSOR, (SQLHSTMT h), (h))                                     \
+  X(SQLColAttribute, SQL_API_SQLCOLATTRIBUTE,                                                      \
+    (SQLHSTMT h, SQLUSMALLINT a1, SQLUSMALLINT a2, SQLPOINTER a3, SQLSMALLINT a4,                  \
+     SQLSMALLINT * a5, SQLLEN * a6),                                                               \
+    (h, a1, a2, a3, a4, a5, a6))                                                                   \
+  X(SQLColAttributes, SQL_API_SQLCOLATTRIBUTES,                                                    \
+    (SQLHSTMT h, SQLUSMALLINT a1, SQLUSMALLINT a2, SQLPOINTER a3, SQLSMALLINT a4,                  \
+     SQLSMALLINT * a5, SQLLEN * a6),                                                               \
+    (h, a1, a2, a3, a4, a5, a6))                                                                   \
+  X(SQLColumnPrivileges, SQL_API_SQLCOLUMNPRIVILEGES,                                              \
+    (SQLHSTMT h, SQLCHAR * a1, SQLSMALLINT a2, SQLCHAR * a3, SQLSMALLINT a4, SQLCHAR * a5,         \
+     SQLSMALLINT a6, SQLCHAR * a7, SQLSMALLINT a8),                                                \
+    (h, a1, a2, a3, a4, a5, a6, a7, a8))                                                           \
+  X(SQLColumns, SQL_API_SQLCOLUMNS,                                                                \
+    (SQLHSTMT h, SQLCHAR * a1, SQLSMALLINT a2, SQLCHAR * a3, SQLSMALLINT a4, SQLCHAR * a5,         \
+     SQLSMALLINT a6, SQLCHAR * a7, SQLSMALLINT a8),                                                \
+    (h, a1, a2, a3, a4, a5, a6, a7, a8))                                                           \
+  X(SQLDescribeCol, SQL_API_SQLDESCRIBECOL,                                                        \
+    (SQLHSTMT h, SQLUSMALLINT a1, SQLCHAR * a2, SQLSMALLINT a3, SQLSMALLINT * a4,                  \
+     SQLSMALLINT * a5, SQLULEN * a6, SQLSMALLINT * a7, SQLSMALLINT * a8),                          \
+    (h, a1, a2, a3, a4, a5, a6, a7, a8))                                                           \
+  X(SQLDescribeParam, SQL_API_SQLDESCRIBEPARAM,                                                    \
+    (SQLHSTMT h, SQLUSMALLINT a1, SQLSMALLINT * a2, SQLULEN * a3, SQLSMALLINT * a4,                \
+     SQLSMALLINT * a5),                                                                            \
+    (h, a1, a2, a3, a4, a5))                                                                       \
+  X(SQLExecDirect, SQL_API_SQLEXECDIRECT, (SQLHSTMT h, SQLCHAR * a1, SQLINTEGER a2), (h, a1, a2))  \
+  X(SQLExecute, SQL_API_SQLEXECUTE, (SQLHSTMT h), (h))                                             \
+  X(SQLExtendedFetch, SQL_API_SQLEXTENDEDFETCH,                                                    \
+    (SQLHSTMT h, SQLUSMALLINT a1, SQLLEN a2, SQLULEN * a3, SQLUSMALLINT * a4),                     \
+    (h, a1, a2, a3, a4))                                                                           \
+  X(SQLFetch, SQL_API_SQLFETCH, (SQLHSTMT h), (h))                                                 \
+  X(SQLFetchScroll, SQL_API_SQLFETCHSCROLL, (SQLHSTMT h, SQLSMALLINT a1, SQLLEN a2), (h, a1, a2))  \
+  X(SQLForeignKeys, SQL_API_SQLFOREIGNKEYS,                                                        \
+    (SQLHSTMT h, SQLCHAR * a1, SQLSMALLINT a2, SQLCHAR * a3, SQLSMALLINT a4, SQLCHAR * a5,         \
+     SQLSMALLINT a6, SQLCHAR * a7, SQLSMALLINT a8, SQLCHAR * a9, SQLSMALLINT a10, SQLCHAR * a11,   \
+     SQLSMALLINT a12),                                                                             \
+    (h, a1, a2, a3, a4, a5, a6, a7, a8, a9, a10, a11, a12))                                        \
+  X(SQLGetCursorName, SQL_API_SQLGETCURSORNAME,                                                    \
+    (SQLHSTMT h, SQLCHAR * a1, SQLSMALLINT a2, SQLSMALLINT * a3), (h, a1, a2, a3))                 \
+  X(SQLGetData, SQL_API_SQLGETDATA,                                                                \
+    (SQLHSTMT h, SQLUSMALLINT a1, SQLSMALLINT a2, SQLPOINTER a3, SQLLEN a4, SQLLEN * a5),          \
+    (h, a1, a2, a3, a4, a5))                                                                       \
+  X(SQLGetStmtAttr, SQL_API_SQLGETSTMTATTR,                                                        \
+    (SQLHSTMT h, SQLINTEGER a1, SQLPOINTER a2, SQLINTEGER a3, SQLINTEGER * a4),                    \
+    (h, a1, a2, a3, a4))                                                                           \
+  X(SQLGetStmtOption, SQL_API_SQLGETSTMTOPTION, (SQLHSTMT h, SQLUSMALLINT a1, SQLPOINTER a2),      \
+    (h, a1, a2))                                                                                   \
+  X(SQLGetTypeInfo, SQL_API_SQLGETTYPEINFO, (SQLHSTMT h, SQLSMALLINT a1), (h, a1))                 \
+  X(SQLMoreResults, SQL_API_SQLMORERESULTS, (SQLHSTMT h), (h))                                     \
+  X(SQLNumParams, SQL_API_SQLNUMPARAMS, (SQLHSTMT h, SQLSMALLINT * a1), (h, a1))                   \
+  X(SQLNumResultCols, SQL_API_SQLNUMRESULTCOLS, (SQLHSTMT h, SQLSMALLINT * a1), (h, a1))           \
+  X(SQLParamData, SQL_API_SQLPARAMDATA, (SQLHSTMT h, SQLPOINTER * a1), (h, a1))                    \
+  X(SQLParamOptions, SQL_API_SQLPARAMOPTIONS, (SQLHSTMT h, SQLULEN a1, SQLULEN * a2), (h, a1, a2)) \
+  X(SQLPrepare, SQL_API_SQLPREPARE, (SQLHSTMT h, SQLCHAR * a1, SQLINTEGER a2), (h, a1, a2))        \
+  X(SQLPrimaryKeys, SQL_API_SQLPRIMARYKEYS,                                                        \
+    (SQLHSTMT h, SQLCHAR * a1, SQLSMALLINT a2, SQLCHAR * a3, SQLSMALLINT a4, SQLCHAR * a5,         \
+     SQLSMALLINT a6),                                                                              \
+    (h, a1, a2, a3, a4, a5, a6))                                                                   \
+  X(SQLProcedureColumns, SQL_API_SQLPROCEDURECOLUMNS,                                              \
+    (SQLHSTMT h, SQLCHAR * a1, SQLSMALLINT a2, SQLCHAR * a3, SQLSMALLINT a4, SQLCHAR * a5,         \
+     SQLSMALLINT a6, SQLCHAR * a7, SQLSMALLINT a8),                                                \
+    (h, a1, a2, a3, a4, a5, a6, a7, a8))                                                           \
+  X(SQLProcedures, SQL_API_SQLPROCEDURES,                                                          \
+    (SQLHSTMT h, SQLCHAR * a1, SQLSMALLINT a2, SQLCHAR * a3, SQLSMALLINT a4, SQLCHAR * a5,         \
+     SQLSMALLINT a6),                                                                              \
+    (h, a1, a2, a3, a4, a5, a6))                                                                   \
+  X(SQLPutData, SQL_API_SQLPUTDATA, (SQLHSTMT h, SQLPOINTER a1, SQLLEN a2), (h, a1, a2))           \
+  X(SQLRowCount, SQL_API_SQLROWCOUNT, (SQLHSTMT h, SQLLEN * a1), (h, a1))                          \
+  X(SQLSetCursorName, SQL_API_SQLSETCURSORNAME, (SQLHSTMT h, SQLCHAR * a1, SQLSMALLINT a2),        \
+    (h, a1, a2))                                                                                   \
+  X(SQLSetParam, SQL_API_SQLSETPARAM,                                                              \
+    (SQLHSTMT h, SQLUSMALLINT a1, SQLSMALLINT a2, SQLSMALLINT a3, SQLULEN a4, SQLSMALLINT a5,      \
+     SQLPOINTER a6, SQLLEN * a7),                                                                  \
+    (h, a1, a2, a3, a4, a5, a6, a7))                                                               \
+  X(SQLSetPos, SQL_API_SQLSETPOS,                                                                  \
+    (SQLHSTMT h, SQLSETPOSIROW a1, SQLUSMALLINT a2, SQLUSMALLINT a3), (h, a1, a2, a3))             \
+  X(SQLSetScrollOptions, SQL_API_SQLSETSCROLLOPTIONS,                                              \
+    (SQLHSTMT h, SQLUSMALLINT a1, SQLLEN a2, SQLUSMALLINT a3), (h, a1, a2, a3))                    \
+  X(SQLSetStmtAttr, SQL_API_SQLSETSTMTATTR,                                                        \
+    (SQLHSTMT h, SQLINTEGER a1, SQLPOINTER a2, SQLINTEGER a3), (h, a1, a2, a3))                    \
+  X(SQLSetStmtOption, SQL_API_SQLSETSTMTOPTION, (SQLHSTMT h, SQLUSMALLINT a1, SQLULEN a2),         \
+    (h, a1, a2))                                                                                   \
+  X(SQLSpecialColumns, SQL_API_SQLSPECIALCOLUMNS,                                                  \
+    (SQLHSTMT h, SQLUSMALLINT a1, SQLCHAR * a2, SQLSMALLINT a3, SQLCHAR * a4, SQLSMALLINT a5,      \
+     SQLCHAR * a6, SQLSMALLINT a7, SQLUSMALLINT a8, SQLUSMALLINT a9),                              \
+    (h, a1, a2, a3, a4, a5, a6, a7, a8, a9))                                                       \
+  X(SQLStatistics, SQL_API_SQLSTATISTICS,                                                          \
+    (SQLHSTMT h, SQLCHAR * a1, SQLSMALLINT a2, SQLCHAR * a3, SQLSMALLINT a4, SQLCHAR * a5,         \
+     SQLSMALLINT a6, SQLUSMALLINT a7, SQLUSMALLINT a8),                                            \
+    (h, a1, a2, a3, a4, a5, a6, a7, a8))                                                           \
+  X(SQLTablePrivileges, SQL_API_SQLTABLEPRIVILEGES,                                                \
+    (SQLHSTMT h, SQLCHAR * a1, SQLSMALLINT a2, SQLCHAR * a3, SQLSMALLINT a4, SQLCHAR * a5,         \
+     SQLSMALLINT a6),                                                                              \
+    (h, a1, a2, a3, a4, a5, a6))                                                                   \
+  X(SQLTables, SQL_API_SQLTABLES,                                                                  \
+    (SQLHSTMT h, SQLCHAR * a1, SQLSMALLINT a2, SQLCHAR * a3, SQLSMALLINT a4, SQLCHAR * a5,         \
+     SQLSMALLINT a6, SQLCHAR * a7, SQLSMALLINT a8),                                                \
     (h, a1, a2, a3, a4, a5, a6, a7, a8))
 
-// The driver functions that take a connection handle first and need nothing but forwarding.
-#define QZ_DBC_FUNCTIONS(X)                                                                       \
-  X(SQLBrowseConnect,                                                                             \
-    (SQLHDBC h, SQLCHAR * a1, SQLSMALLINT a2, SQLCHAR * a3, SQLSMALLINT a4, SQLSMALLINT * a5),    \
-    (h, a1, a2, a3, a4, a5))                                                                      \
-  X(SQLConnect,                                                                                   \
-    (SQLHDBC h, SQLCHAR * a1, SQLSMALLINT a2, SQLCHAR * a3, SQLSMALLINT a4, SQLCHAR * a5,         \
-     SQLSMALLINT a6),                                                                             \
-    (h, a1, a2, a3, a4, a5, a6))                                                                  \
-  X(SQLDisconnect, (SQLHDBC h), (h))                                                              \
-  X(SQLGetConnectAttr, (SQLHDBC h, SQLINTEGER a1, SQLPOINTER a2, SQLINTEGER a3, SQLINTEGER * a4), \
-    (h, a1, a2, a3, a4))                                                                          \
-  X(SQLGetConnectOption, (SQLHDBC h, SQLUSMALLINT a1, SQLPOINTER a2), (h, a1, a2))                \
-  X(SQLGetInfo, (SQLHDBC h, SQLUSMALLINT a1, SQLPOINTER a2, SQLSMALLINT a3, SQLSMALLINT * a4),    \
-    (h, a1, a2, a3, a4))                                                                          \
-  X(SQLNativeSql,                                                                                 \
-    (SQLHDBC h, SQLCHAR * a1, SQLINTEGER a2, SQLCHAR * a3, SQLINTEGER a4, SQLINTEGER * a5),       \
-    (h, a1, a2, a3, a4, a5))                                                                      \
-  X(SQLSetConnectAttr, (SQLHDBC h, SQLINTEGER a1, SQLPOINTER a2, SQLINTEGER a3), (h, a1, a2, a3)) \
-  X(SQLSetConnectOption, (SQLHDBC h, SQLUSMALLINT a1, SQLULEN a2), (h, a1, a2))
+// The driver functions that take a connection handle first and need nothing but forwarding,
+// with their SQL_API_ numbers.
+#define QZ_DBC_FUNCTIONS(X)                                                                        \
+  X(SQLBrowseConnect, SQL_API_SQLBROWSECONNECT,                                                    \
+    (SQLHDBC h, SQLCHAR * a1, SQLSMALLINT a2, SQLCHAR * a3, SQLSMALLINT a4, SQLSMALLINT * a5),     \
+    (h, a1, a2, a3, a4, a5))                                                                       \
+  X(SQLConnect, SQL_API_SQLCONNECT,                                                                \
+    (SQLHDBC h, SQLCHAR * a1, SQLSMALLINT a2, SQLCHAR * a3, SQLSMALLINT a4, SQLCHAR * a5,          \
+     SQLSMALLINT a6),                                                                              \
+    (h, a1, a2, a3, a4, a5, a6))                                                                   \
+  X(SQLDisconnect, SQL_API_SQLDISCONNECT, (SQLHDBC h), (h))                                        \
+  X(SQLGetConnectAttr, SQL_API_SQLGETCONNECTATTR,                                                  \
+    (SQLHDBC h, SQLINTEGER a1, SQLPOINTER a2, SQLINTEGER a3, SQLINTEGER * a4),                     \
+    (h, a1, a2, a3, a4))                                                                           \
+  X(SQLGetConnectOption, SQL_API_SQLGETCONNECTOPTION, (SQLHDBC h, SQLUSMALLINT a1, SQLPOINTER a2), \
+    (h, a1, a2))                                                                                   \
+  X(SQLGetInfo, SQL_API_SQLGETINFO,                                                                \
+    (SQLHDBC h, SQLUSMALLINT a1, SQLPOINTER a2, SQLSMALLINT a3, SQLSMALLINT * a4),                 \
+    (h, a1, a2, a3, a4))                                                                           \
+  X(SQLNativeSql, SQL_API_SQLNATIVESQL,                                                            \
+    (SQLHDBC h, SQLCHAR * a1, SQLINTEGER a2, SQLCHAR * a3, SQLINTEGER a4, SQLINTEGER * a5),        \
+    (h, a1, a2, a3, a4, a5))                                                                       \
+  X(SQLSetConnectAttr, SQL_API_SQLSETCONNECTATTR,                                                  \
+    (SQLHDBC h, SQLINTEGER a1, SQLPOINTER a2, SQLINTEGER a3), (h, a1, a2, a3))                     \
+  X(SQLSetConnectOption, SQL_API_SQLSETCONNECTOPTION, (SQLHDBC h, SQLUSMALLINT a1, SQLULEN a2),    \
+    (h, a1, a2))
 
 // Functions written out below because they create, free or describe handles.
 #define QZ_OTHER_FUNCTIONS(X) \
@@ -193,7 +207,7 @@ std::map<void *, Conn> conns;             // driver connection handle -> its sta
 std::map<void *, void *> stmt_conn;       // statement handle -> connection handle
 std::map<void *, Pending> pending_diags;  // handle -> injected diagnostic not yet read
 
-#define QZ_NAME_STMT(name, params, args) #name,
+#define QZ_NAME_STMT(name, api, params, args) #name,
 #define QZ_NAME_OTHER(name) #name,
 const std::vector<std::string_view> function_names = {QZ_STMT_FUNCTIONS(
     QZ_NAME_STMT) QZ_DBC_FUNCTIONS(QZ_NAME_STMT) QZ_OTHER_FUNCTIONS(QZ_NAME_OTHER)};
@@ -203,59 +217,11 @@ struct ApiId {
   const char *name;  // function name
   int id;            // its SQL_API_ number
 };
+#define QZ_API_ID(name, api, params, args) {#name, api},
 const ApiId api_ids[] = {
-    {"SQLBindCol", SQL_API_SQLBINDCOL},
-    {"SQLBindParam", SQL_API_SQLBINDPARAM},
-    {"SQLBindParameter", SQL_API_SQLBINDPARAMETER},
-    {"SQLBrowseConnect", SQL_API_SQLBROWSECONNECT},
-    {"SQLBulkOperations", SQL_API_SQLBULKOPERATIONS},
-    {"SQLCancel", SQL_API_SQLCANCEL},
-    {"SQLCloseCursor", SQL_API_SQLCLOSECURSOR},
-    {"SQLColAttribute", SQL_API_SQLCOLATTRIBUTE},
-    {"SQLColAttributes", SQL_API_SQLCOLATTRIBUTES},
-    {"SQLColumnPrivileges", SQL_API_SQLCOLUMNPRIVILEGES},
-    {"SQLColumns", SQL_API_SQLCOLUMNS},
-    {"SQLDescribeCol", SQL_API_SQLDESCRIBECOL},
-    {"SQLDescribeParam", SQL_API_SQLDESCRIBEPARAM},
+    QZ_STMT_FUNCTIONS(QZ_API_ID)  // the forwarded functions
+    QZ_DBC_FUNCTIONS(QZ_API_ID)   // and two written out below
     {"SQLEndTran", SQL_API_SQLENDTRAN},
-    {"SQLExecDirect", SQL_API_SQLEXECDIRECT},
-    {"SQLExecute", SQL_API_SQLEXECUTE},
-    {"SQLExtendedFetch", SQL_API_SQLEXTENDEDFETCH},
-    {"SQLFetch", SQL_API_SQLFETCH},
-    {"SQLFetchScroll", SQL_API_SQLFETCHSCROLL},
-    {"SQLForeignKeys", SQL_API_SQLFOREIGNKEYS},
-    {"SQLGetConnectAttr", SQL_API_SQLGETCONNECTATTR},
-    {"SQLGetConnectOption", SQL_API_SQLGETCONNECTOPTION},
-    {"SQLGetCursorName", SQL_API_SQLGETCURSORNAME},
-    {"SQLGetData", SQL_API_SQLGETDATA},
-    {"SQLGetInfo", SQL_API_SQLGETINFO},
-    {"SQLGetStmtAttr", SQL_API_SQLGETSTMTATTR},
-    {"SQLGetStmtOption", SQL_API_SQLGETSTMTOPTION},
-    {"SQLGetTypeInfo", SQL_API_SQLGETTYPEINFO},
-    {"SQLMoreResults", SQL_API_SQLMORERESULTS},
-    {"SQLNativeSql", SQL_API_SQLNATIVESQL},
-    {"SQLNumParams", SQL_API_SQLNUMPARAMS},
-    {"SQLNumResultCols", SQL_API_SQLNUMRESULTCOLS},
-    {"SQLParamData", SQL_API_SQLPARAMDATA},
-    {"SQLParamOptions", SQL_API_SQLPARAMOPTIONS},
-    {"SQLPrepare", SQL_API_SQLPREPARE},
-    {"SQLPrimaryKeys", SQL_API_SQLPRIMARYKEYS},
-    {"SQLProcedureColumns", SQL_API_SQLPROCEDURECOLUMNS},
-    {"SQLProcedures", SQL_API_SQLPROCEDURES},
-    {"SQLPutData", SQL_API_SQLPUTDATA},
-    {"SQLRowCount", SQL_API_SQLROWCOUNT},
-    {"SQLSetConnectAttr", SQL_API_SQLSETCONNECTATTR},
-    {"SQLSetConnectOption", SQL_API_SQLSETCONNECTOPTION},
-    {"SQLSetCursorName", SQL_API_SQLSETCURSORNAME},
-    {"SQLSetParam", SQL_API_SQLSETPARAM},
-    {"SQLSetPos", SQL_API_SQLSETPOS},
-    {"SQLSetScrollOptions", SQL_API_SQLSETSCROLLOPTIONS},
-    {"SQLSetStmtAttr", SQL_API_SQLSETSTMTATTR},
-    {"SQLSetStmtOption", SQL_API_SQLSETSTMTOPTION},
-    {"SQLSpecialColumns", SQL_API_SQLSPECIALCOLUMNS},
-    {"SQLStatistics", SQL_API_SQLSTATISTICS},
-    {"SQLTablePrivileges", SQL_API_SQLTABLEPRIVILEGES},
-    {"SQLTables", SQL_API_SQLTABLES},
     {"SQLTransact", SQL_API_SQLTRANSACT},
 };
 
@@ -336,29 +302,6 @@ SQLRETURN inject(void *handle, const Rule &r) {
   return static_cast<SQLRETURN>(r.rc);
 }
 
-// One forwarded call of `fn` on `handle` (belonging to connection `dbc`): a rule that fires
-// answers instead of the target, or (with '+' or SUCCESS_WITH_INFO) after a successful
-// target call.
-template <class Call>
-SQLRETURN forward(const char *fn, void *handle, void *dbc, Call target_call) {
-  Rule r;
-  if (!find_fault(fn, handle, dbc, true, r)) {
-    SQLRETURN rc = target_call();
-    trace(dbc, fn, rc, false);
-    return rc;
-  }
-  if (!r.unsupported && (r.after || r.rc == SQL_SUCCESS_WITH_INFO)) {
-    SQLRETURN rc = target_call();
-    if (rc != SQL_SUCCESS && rc != SQL_SUCCESS_WITH_INFO) {
-      trace(dbc, fn, rc, false);
-      return rc;
-    }
-  }
-  SQLRETURN rc = inject(handle, r);
-  trace(dbc, fn, rc, true);
-  return rc;
-}
-
 void copy_text(const std::string &text, SQLCHAR *buf, SQLSMALLINT size, SQLSMALLINT *len) {
   if (len) *len = static_cast<SQLSMALLINT>(text.size());
   if (buf && size > 0) {
@@ -366,6 +309,46 @@ void copy_text(const std::string &text, SQLCHAR *buf, SQLSMALLINT size, SQLSMALL
     std::memcpy(buf, text.data(), n);
     buf[n] = 0;
   }
+}
+
+// Traces a call of `fn` that was not injected and returns its code.
+SQLRETURN traced(void *dbc, const char *fn, SQLRETURN rc) {
+  trace(dbc, fn, rc, false);
+  return rc;
+}
+
+// A rule on a diagnostics function: its code is answered without touching the outputs.
+bool diag_fault(const char *fn, void *handle, void *dbc, SQLRETURN &rc) {
+  Rule r;
+  if (!find_fault(fn, handle, dbc, false, r)) return false;
+  rc = static_cast<SQLRETURN>(r.rc);
+  trace(dbc, fn, rc, true);
+  return true;
+}
+
+// Writes the injected record into a caller's SQLSTATE, native code and message buffers.
+SQLRETURN hand_out(const Pending &p, SQLCHAR *state, SQLINTEGER *native, SQLCHAR *msg,
+                   SQLSMALLINT msg_max, SQLSMALLINT *msg_len) {
+  copy_text(p.sqlstate, state, 6, nullptr);
+  if (native) *native = p.native;
+  copy_text(p.message, msg, msg_max, msg_len);
+  return SQL_SUCCESS;
+}
+
+// One forwarded call of `fn` on `handle` (belonging to connection `dbc`): a rule that fires
+// answers instead of the target, or (with '+' or SUCCESS_WITH_INFO) after a successful
+// target call.
+template <class Call>
+SQLRETURN forward(const char *fn, void *handle, void *dbc, Call target_call) {
+  Rule r;
+  if (!find_fault(fn, handle, dbc, true, r)) return traced(dbc, fn, target_call());
+  if (!r.unsupported && (r.after || r.rc == SQL_SUCCESS_WITH_INFO)) {
+    SQLRETURN rc = target_call();
+    if (rc != SQL_SUCCESS && rc != SQL_SUCCESS_WITH_INFO) return traced(dbc, fn, rc);
+  }
+  SQLRETURN rc = inject(handle, r);
+  trace(dbc, fn, rc, true);
+  return rc;
 }
 
 // The injected record of `handle`, if its last call was failed by a rule; `consume` marks
@@ -407,11 +390,11 @@ bool succeeded(SQLRETURN rc) {
 
 extern "C" {
 
-#define QZ_DEFINE_STMT(name, params, args)                                           \
+#define QZ_DEFINE_STMT(name, api, params, args)                                      \
   SQLRETURN SQL_API name params {                                                    \
     return forward(#name, h, conn_of_stmt(h), [&] { return QZ_TARGET(name) args; }); \
   }
-#define QZ_DEFINE_DBC(name, params, args)                              \
+#define QZ_DEFINE_DBC(name, api, params, args)                         \
   SQLRETURN SQL_API name params {                                      \
     return forward(#name, h, h, [&] { return QZ_TARGET(name) args; }); \
   }
@@ -547,67 +530,41 @@ SQLRETURN SQL_API SQLError(SQLHENV env, SQLHDBC dbc, SQLHSTMT stmt, SQLCHAR *sta
                            SQLSMALLINT *msg_len) {
   void *h = stmt ? stmt : dbc ? dbc : env;
   void *conn = stmt ? conn_of_stmt(stmt) : dbc;
-  Rule r;
-  if (find_fault("SQLError", h, conn, false, r)) {
-    trace(conn, "SQLError", static_cast<SQLRETURN>(r.rc), true);
-    return static_cast<SQLRETURN>(r.rc);
-  }
+  SQLRETURN rc;
+  if (diag_fault("SQLError", h, conn, rc)) return rc;
+  // Once handed out, the handle has no further records: the target's records, if any,
+  // belong to an older call.
   Pending p;
-  if (take_pending(h, true, p)) {
-    // Once handed out, the handle has no further records: the target's records, if
-    // any, belong to an older call.
-    SQLRETURN rc = SQL_NO_DATA;
-    if (!p.drained) {
-      copy_text(p.sqlstate, state, 6, nullptr);
-      if (native) *native = p.native;
-      copy_text(p.message, msg, msg_max, msg_len);
-      rc = SQL_SUCCESS;
-    }
-    trace(conn, "SQLError", rc, false);
-    return rc;
-  }
-  SQLRETURN rc = QZ_TARGET(SQLError)(env, dbc, stmt, state, native, msg, msg_max, msg_len);
-  trace(conn, "SQLError", rc, false);
-  return rc;
+  if (take_pending(h, true, p))
+    return traced(conn, "SQLError",
+                  p.drained ? SQL_NO_DATA : hand_out(p, state, native, msg, msg_max, msg_len));
+  return traced(conn, "SQLError",
+                QZ_TARGET(SQLError)(env, dbc, stmt, state, native, msg, msg_max, msg_len));
 }
 
 SQLRETURN SQL_API SQLGetDiagRec(SQLSMALLINT type, SQLHANDLE h, SQLSMALLINT rec, SQLCHAR *state,
                                 SQLINTEGER *native, SQLCHAR *msg, SQLSMALLINT msg_max,
                                 SQLSMALLINT *msg_len) {
   void *conn = conn_of(type, h);
-  Rule r;
-  if (find_fault("SQLGetDiagRec", h, conn, false, r)) {
-    trace(conn, "SQLGetDiagRec", static_cast<SQLRETURN>(r.rc), true);
-    return static_cast<SQLRETURN>(r.rc);
-  }
+  SQLRETURN rc;
+  if (diag_fault("SQLGetDiagRec", h, conn, rc)) return rc;
   Pending p;
-  if (take_pending(h, false, p)) {
-    SQLRETURN rc = SQL_NO_DATA;
-    if (rec == 1 && !p.drained) {
-      copy_text(p.sqlstate, state, 6, nullptr);
-      if (native) *native = p.native;
-      copy_text(p.message, msg, msg_max, msg_len);
-      rc = SQL_SUCCESS;
-    }
-    trace(conn, "SQLGetDiagRec", rc, false);
-    return rc;
-  }
-  SQLRETURN rc = QZ_TARGET(SQLGetDiagRec)(type, h, rec, state, native, msg, msg_max, msg_len);
-  trace(conn, "SQLGetDiagRec", rc, false);
-  return rc;
+  if (take_pending(h, false, p))
+    return traced(
+        conn, "SQLGetDiagRec",
+        rec != 1 || p.drained ? SQL_NO_DATA : hand_out(p, state, native, msg, msg_max, msg_len));
+  return traced(conn, "SQLGetDiagRec",
+                QZ_TARGET(SQLGetDiagRec)(type, h, rec, state, native, msg, msg_max, msg_len));
 }
 
 SQLRETURN SQL_API SQLGetDiagField(SQLSMALLINT type, SQLHANDLE h, SQLSMALLINT rec, SQLSMALLINT id,
                                   SQLPOINTER info, SQLSMALLINT info_max, SQLSMALLINT *info_len) {
   void *conn = conn_of(type, h);
-  Rule r;
-  if (find_fault("SQLGetDiagField", h, conn, false, r)) {
-    trace(conn, "SQLGetDiagField", static_cast<SQLRETURN>(r.rc), true);
-    return static_cast<SQLRETURN>(r.rc);
-  }
+  SQLRETURN rc;
+  if (diag_fault("SQLGetDiagField", h, conn, rc)) return rc;
   Pending p;
   if (take_pending(h, false, p)) {
-    SQLRETURN rc = SQL_SUCCESS;
+    rc = SQL_SUCCESS;
     auto text = [&](const std::string &t) {
       copy_text(t, static_cast<SQLCHAR *>(info), info_max, info_len);
     };
@@ -632,12 +589,10 @@ SQLRETURN SQL_API SQLGetDiagField(SQLSMALLINT type, SQLHANDLE h, SQLSMALLINT rec
     } else {
       rc = SQL_NO_DATA;
     }
-    trace(conn, "SQLGetDiagField", rc, false);
-    return rc;
+    return traced(conn, "SQLGetDiagField", rc);
   }
-  SQLRETURN rc = QZ_TARGET(SQLGetDiagField)(type, h, rec, id, info, info_max, info_len);
-  trace(conn, "SQLGetDiagField", rc, false);
-  return rc;
+  return traced(conn, "SQLGetDiagField",
+                QZ_TARGET(SQLGetDiagField)(type, h, rec, id, info, info_max, info_len));
 }
 
 SQLRETURN SQL_API SQLGetEnvAttr(SQLHENV env, SQLINTEGER attr, SQLPOINTER value, SQLINTEGER max,

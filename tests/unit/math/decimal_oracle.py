@@ -258,27 +258,17 @@ def exact_places(neg, n, s, places, mode):
     return record(neg, q, -places // 2)
 
 
-def op_round(v, places):
-    if places < 0:
-        return v, NEGPLACES
-    if v.null:
-        return v, 0
-    n, s = magnitude(v)
-    if v.exp + places // 2 >= len(v.digits):
-        return v, 0
-    rec, code = exact_places(v.neg, n, s, places, "round")
-    return rec, code
-
-
-def op_trunc(v, places):
-    if places < 0:
-        return v, NEGPLACES
-    if v.null:
-        return NULL, 0
-    if v.exp + places // 2 >= len(v.digits):
-        return v, 0
-    n, s = magnitude(v)
-    return exact_places(v.neg, n, s, places, "trunc")
+def to_places(mode):
+    """decround (mode 'round') or dectrunc (mode 'trunc'): a value with no digit past the
+    place is returned as it is."""
+    def op(v, places):
+        if places < 0:
+            return v, NEGPLACES
+        if v.null or v.exp + places // 2 >= len(v.digits):
+            return v, 0
+        n, s = magnitude(v)
+        return exact_places(v.neg, n, s, places, mode)
+    return op
 
 
 def text_value(neg, figures, decpt):
@@ -302,31 +292,11 @@ def text_value(neg, figures, decpt):
 
 
 def op_cvdbl(d):
+    """The double's 15 significant figures, correctly rounded, laid out like a text's."""
     if d == 0:
         return ZERO, 0
-    text = format(abs(d), ".14e")  # 15 significant figures, correctly rounded
-    mant, e = text.split("e")
-    figures = mant.replace(".", "")
-    decpt = int(e) + 1
-    exp100 = (decpt + 1) // 2 if decpt > 0 else -((-decpt) // 2)
-    digits = []
-    i = 0
-    if decpt % 2:
-        digits.append(int(figures[0]))
-        i = 1
-    while i < 15:
-        tens = int(figures[i])
-        units = int(figures[i + 1]) if i + 1 < 15 else 0
-        digits.append(tens * 10 + units)
-        i += 2
-    while digits and digits[-1] == 0:
-        digits.pop()
-    code = 0
-    if exp100 > MAX_EXP:
-        exp100, code = MAX_EXP, OVERFLOW
-    elif exp100 < MIN_EXP:
-        exp100, code = MIN_EXP, UNDERFLOW
-    return Rec(exp100, 0 if d < 0 else 1, digits), code
+    mant, e = format(abs(d), ".14e").split("e")
+    return text_value(d < 0, mant.replace(".", "").rstrip("0"), int(e) + 1)
 
 
 CTX14 = decimal.Context(prec=14, rounding=decimal.ROUND_HALF_UP, Emax=10 ** 6, Emin=-(10 ** 6))
@@ -508,7 +478,7 @@ def main():
                             sys.exit("division model strays from the exact quotient: %s %s"
                                      % (a.pack().hex(), b.pack().hex()))
                 f.write(bytes([tag]) + a.pack() + b.pack() + r.pack() + struct.pack("<i", code))
-        for tag, fn in ((5, op_round), (6, op_trunc)):
+        for tag, fn in ((5, to_places("round")), (6, to_places("trunc"))):
             for _ in range(count):
                 v = rand_rec(rng, -12, 12) if rng.random() < 0.9 else rand_rec(rng)
                 if rng.random() < 0.01:

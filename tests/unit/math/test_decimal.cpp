@@ -100,38 +100,71 @@ TEST(DecRoundDeathTest, DigitCountAboveNineIsAnAssertion) {
   EXPECT_DEATH(dec_round(&w, 0), "s->dec_ndgts >= 0 && s->dec_ndgts <= \\(8\\+1\\)");
 }
 
-// ---- Addition, comparison, sign ------------------------------------------------------
+// ---- Arithmetic, comparison, sign ------------------------------------------------------
 
-TEST(DecAdd, OppositeValuesGiveCanonicalZero) {
-  t_DECIMAL x = R(3, {12, 34, 56}), r;
-  t_DECIMAL mx = neg(x);
-  EXPECT_EQ(decadd(&x, &mx, &r), 0);
-  EXPECT_TRUE(bytes_equal(r, c_dec_zero)) << r;
-}
+// One binary operation on two records: the code and the result it must give. `bytes`
+// compares every byte of the result (a canonical zero, an operand passed on untouched);
+// otherwise exponent, sign and the counted digits.
+struct BinaryCase {
+  const char *what;                                              // the rule shown
+  int (*fn)(const t_DECIMAL *, const t_DECIMAL *, t_DECIMAL *);  // operation
+  t_DECIMAL a, b;                                                // operands
+  int code;                                                      // its return value
+  t_DECIMAL want;                                                // result
+  bool bytes = false;                                            // compare all 12 bytes
+};
 
-TEST(DecAdd, ExponentsNineApartGiveTheLargerUnchanged) {
-  t_DECIMAL big = R(4, {98, 76, 54, 32, 10, 12, 34, 56}), tiny = R(-5, {99, 99}, true), r;
-  EXPECT_EQ(decadd(&tiny, &big, &r), 0);
-  EXPECT_TRUE(bytes_equal(r, big)) << r;
-  // Eight apart, the smaller lands on the guard digit and rounds.
-  t_DECIMAL eight = R(-4, {50});
-  EXPECT_EQ(decadd(&big, &eight, &r), 0);
-  EXPECT_DEC(r, R(4, {98, 76, 54, 32, 10, 12, 34, 57}));
-}
-
-TEST(DecAdd, GuardDigitOfFiftyRoundsEightNinetyNinesToOne) {
-  t_DECIMAL nines = R(0, {99, 99, 99, 99, 99, 99, 99, 99}), half = R(-8, {50}), r;
-  EXPECT_EQ(decadd(&nines, &half, &r), 0);
-  EXPECT_DEC(r, R(1, {1}));
-}
-
-TEST(DecAdd, ZeroAndNullOperands) {
-  t_DECIMAL x = R(1, {7}, true), z = c_dec_zero, n = null_record(), r;
-  EXPECT_EQ(decadd(&z, &x, &r), 0);
-  EXPECT_TRUE(bytes_equal(r, x));
-  EXPECT_EQ(decadd(&x, &n, &r), 0);
-  EXPECT_EQ(r.dec_pos, DEC_POS_NULL);
-  EXPECT_EQ(r.dec_ndgts, 0);
+TEST(DecArith, DocumentedResultsAndSubstitutes) {
+  const t_DECIMAL big = R(4, {98, 76, 54, 32, 10, 12, 34, 56}), n = null_record(), z = c_dec_zero,
+                  huge = c_dec_huge, mhuge = neg(c_dec_huge), tiny = R(-34, {1});  // 10^-70
+  t_DECIMAL odd = P("-12.34");
+  odd.dec_dgts[5] = 77;  // bytes past the count come along untouched
+  const BinaryCase cases[] = {
+      {"opposite values", decadd, R(3, {12, 34, 56}), R(3, {12, 34, 56}, true), 0, z, true},
+      {"nine apart: the larger", decadd, R(-5, {99, 99}, true), big, 0, big, true},
+      {"eight apart: the guard digit rounds", decadd, big, R(-4, {50}), 0,
+       R(4, {98, 76, 54, 32, 10, 12, 34, 57})},
+      {"guard digit 50", decadd, R(0, {99, 99, 99, 99, 99, 99, 99, 99}), R(-8, {50}), 0, R(1, {1})},
+      {"zero operand", decadd, z, R(1, {7}, true), 0, R(1, {7}, true), true},
+      {"null operand", decadd, R(1, {7}, true), n, 0, n},
+      {"equal values", decsub, P("-12.34"), P("-12.34"), 0, z, true},
+      {"zero subtrahend", decsub, odd, z, 0, odd, true},
+      {"zero minuend", decsub, z, P("-12.34"), 0, P("12.34")},
+      {"zero factor", decmul, P("1.5"), z, 0, z, true},
+      {"null factor", decmul, n, P("1.5"), 0, n},
+      {"signs", decmul, P("1.5"), P("-2"), 0, P("-3")},
+      // The exact product rounds to ...99 53; the partial products past the guard place
+      // are dropped, so the guard digit comes out lower.
+      {"guard place", decmul, R(1, {1, 0, 0, 50, 1, 0, 99, 98}),
+       R(0, {98, 0, 0, 98, 99, 0, 50, 99}), 0, R(0, {98, 0, 49, 99, 98, 47, 99, 52})},
+      {"carry out of the first place", decmul, R(1, {99}), R(2, {99, 1}), 0, R(3, {98, 1, 99})},
+      {"1/3", decdiv, P("1"), P("3"), 0, R(0, {33, 33, 33, 33, 33, 33, 33, 33})},
+      {"2/3 truncated", decdiv, P("2"), P("3"), 0, R(0, {66, 66, 66, 66, 66, 66, 66, 66})},
+      {"10/4", decdiv, P("10"), P("4"), 0, P("2.5")},
+      {"first digit not 0: nine places, rounded", decdiv, P("20"), P("3"), 0,
+       R(1, {6, 66, 66, 66, 66, 66, 66, 67})},
+      {"by zero", decdiv, P("-7"), z, DEC_E_DIVZERO, z, true},
+      {"null by zero", decdiv, n, z, 0, n},
+      {"m_add overflow", m_add, huge, huge, M_CC_RANGE, huge, true},
+      {"m_add negative overflow", m_add, mhuge, mhuge, M_CC_RANGE, mhuge, true},
+      {"m_sub overflow", m_sub, mhuge, huge, M_CC_RANGE, mhuge, true},
+      {"m_mpy underflow", m_mpy, tiny, tiny, M_CC_RANGE, z, true},
+      {"m_mpy overflow", m_mpy, huge, mhuge, M_CC_RANGE, mhuge, true},
+      {"m_dvd by zero", m_dvd, P("5"), z, M_CC_DIVZERO, huge, true},
+      {"m_dvd negative by zero", m_dvd, P("-5"), z, M_CC_DIVZERO, mhuge, true},
+      {"m_dvd zero by zero: zero is not negative", m_dvd, z, z, M_CC_DIVZERO, huge, true},
+      {"m_dvd underflow", m_dvd, tiny, huge, M_CC_RANGE, z, true},
+      {"m_add to zero", m_add, P("5"), P("-5"), M_CC_OK, z, true},
+  };
+  for (const BinaryCase &c : cases) {
+    t_DECIMAL r;
+    std::memset(&r, 0x33, sizeof r);
+    EXPECT_EQ(c.fn(&c.a, &c.b, &r), c.code) << c.what;
+    if (c.bytes)
+      EXPECT_TRUE(bytes_equal(r, c.want)) << c.what << ": " << r;
+    else
+      EXPECT_DEC(r, c.want) << c.what;
+  }
 }
 
 TEST(DecAdd, ResultMayBeAnOperandAndOverflowClampsTheExponent) {
@@ -154,6 +187,7 @@ TEST(DecCmp, DocumentedOrderings) {
   t_DECIMAL n = null_record();
   EXPECT_EQ(deccmp(&n, &h), DEC_E_NULLCMP);
   EXPECT_EQ(deccmp(&h, &n), DEC_E_NULLCMP);
+  EXPECT_EQ(m_cmp(&h, &m5), 1);
 }
 
 TEST(DecChs, FlipsSignButNotZeroAndKeepsNull) {
@@ -253,14 +287,35 @@ TEST(MathToDbl, DocumentedValues) {
   EXPECT_EQ(d, -0.5);
 }
 
-TEST(DecCvReal, DocumentedDigitLayouts) {
+TEST(DecCvReal, DocumentedDigitLayoutsZerosAndSubstitutes) {
+  const double inf = std::numeric_limits<double>::infinity(),
+               nan = std::numeric_limits<double>::quiet_NaN();
+  const struct {
+    int (*fn)(double, t_DECIMAL *);  // deccvdbl or m_cv_dbl
+    double in;                       // value converted
+    int code;                        // its return value
+    t_DECIMAL want;                  // record
+    bool bytes = true;               // compared byte for byte (else by its digits)
+  } cases[] = {
+      {deccvdbl, 123.456, 0, R(2, {1, 23, 45, 60}), false},
+      {deccvdbl, 0.1, 0, R(0, {10}), false},
+      {deccvdbl, -0.000123, 0, R(-1, {1, 23}, true), false},
+      {deccvdbl, 0.0, 0, c_dec_zero},
+      {deccvdbl, -0.0, 0, c_dec_zero},  // zero of either sign is canonical
+      {m_cv_dbl, -2.5, M_CC_OK, R(1, {2, 50}, true), false},
+      {m_cv_dbl, 1e300, M_CC_RANGE, c_dec_huge},
+      {m_cv_dbl, -1e300, M_CC_RANGE, neg(c_dec_huge)},
+      {m_cv_dbl, 1e-300, M_CC_RANGE, c_dec_zero},
+      {m_cv_dbl, nan, M_CC_RANGE, c_dec_zero},
+      {m_cv_dbl, -inf, M_CC_RANGE, c_dec_zero},
+      {m_cv_dbl, inf, M_CC_RANGE, c_dec_huge},
+  };
+  for (const auto &c : cases) {
+    t_DECIMAL r;
+    EXPECT_EQ(c.fn(c.in, &r), c.code) << c.in;
+    EXPECT_TRUE(c.bytes ? bytes_equal(r, c.want) : same(r, c.want)) << c.in << ": " << r;
+  }
   t_DECIMAL r;
-  EXPECT_EQ(deccvdbl(123.456, &r), 0);
-  EXPECT_DEC(r, R(2, {1, 23, 45, 60}));
-  EXPECT_EQ(deccvdbl(0.1, &r), 0);
-  EXPECT_DEC(r, R(0, {10}));
-  EXPECT_EQ(deccvdbl(-0.000123, &r), 0);
-  EXPECT_DEC(r, R(-1, {1, 23}, true));
   EXPECT_EQ(deccvreal(0.1234567890123456, 16, &r), 0);  // 16 figures, even decimal point
   EXPECT_DEC(r, R(0, {12, 34, 56, 78, 90, 12, 34, 56}));
   // 6.666666666666667 to 16 figures; the decimal point is odd, so the 16th is dropped.
@@ -268,39 +323,13 @@ TEST(DecCvReal, DocumentedDigitLayouts) {
   EXPECT_DEC(r, R(1, {6, 66, 66, 66, 66, 66, 66, 66}));
   EXPECT_EQ(deccvflt(0.1f, &r), 0);
   EXPECT_DEC(r, R(0, {10}));
-}
-
-TEST(DecCvReal, ZeroOfEitherSignIsCanonicalAndRangeIsReported) {
-  t_DECIMAL r;
-  EXPECT_EQ(deccvdbl(0.0, &r), 0);
-  EXPECT_TRUE(bytes_equal(r, c_dec_zero));
-  EXPECT_EQ(deccvdbl(-0.0, &r), 0);
-  EXPECT_TRUE(bytes_equal(r, c_dec_zero));
+  // The library itself reports the range and keeps the exponent at its limit.
   EXPECT_EQ(deccvdbl(1e200, &r), DEC_E_OVERFLOW);
   EXPECT_EQ(r.dec_exp, 63);
   EXPECT_EQ(deccvdbl(-1e-200, &r), DEC_E_UNDERFLOW);
   EXPECT_EQ(r.dec_exp, -64);
-  EXPECT_EQ(deccvdbl(std::numeric_limits<double>::quiet_NaN(), &r), DEC_E_BADTEXT);
+  EXPECT_EQ(deccvdbl(nan, &r), DEC_E_BADTEXT);
   EXPECT_EQ(r.dec_pos, DEC_POS_NULL);
-}
-
-TEST(MathCvDbl, OutOfRangeAndNonFiniteSubstitutes) {
-  t_DECIMAL r;
-  const double inf = std::numeric_limits<double>::infinity();
-  EXPECT_EQ(m_cv_dbl(1e300, &r), M_CC_RANGE);
-  EXPECT_TRUE(bytes_equal(r, c_dec_huge));
-  EXPECT_EQ(m_cv_dbl(-1e300, &r), M_CC_RANGE);
-  EXPECT_TRUE(bytes_equal(r, neg(c_dec_huge)));
-  EXPECT_EQ(m_cv_dbl(1e-300, &r), M_CC_RANGE);
-  EXPECT_TRUE(bytes_equal(r, c_dec_zero));
-  EXPECT_EQ(m_cv_dbl(std::numeric_limits<double>::quiet_NaN(), &r), M_CC_RANGE);
-  EXPECT_TRUE(bytes_equal(r, c_dec_zero));
-  EXPECT_EQ(m_cv_dbl(-inf, &r), M_CC_RANGE);
-  EXPECT_TRUE(bytes_equal(r, c_dec_zero));
-  EXPECT_EQ(m_cv_dbl(inf, &r), M_CC_RANGE);
-  EXPECT_TRUE(bytes_equal(r, c_dec_huge));
-  EXPECT_EQ(m_cv_dbl(-2.5, &r), M_CC_OK);
-  EXPECT_DEC(r, R(1, {2, 50}, true));
 }
 
 TEST(DecToReal, ExtendedPrecisionSumAndLimit) {
@@ -390,178 +419,79 @@ TEST(DecCvInt, DigitsNullMinimumAndNumericLayer) {
   EXPECT_DEC(r, R(1, {42}));
 }
 
-// ---- Arithmetic -----------------------------------------------------------------------
+// ---- Arithmetic to places ---------------------------------------------------------
 
-TEST(DecSub, EqualValuesAndZeroSubtrahend) {
-  t_DECIMAL a = P("-12.34"), z = c_dec_zero, r;
-  EXPECT_EQ(decsub(&a, &a, &r), 0);
-  EXPECT_TRUE(bytes_equal(r, c_dec_zero));
-  t_DECIMAL odd = a;
-  odd.dec_dgts[5] = 77;  // bytes past the count come along untouched
-  EXPECT_EQ(decsub(&odd, &z, &r), 0);
-  EXPECT_TRUE(bytes_equal(r, odd));
-  EXPECT_EQ(decsub(&z, &a, &r), 0);
-  EXPECT_DEC(r, P("12.34"));
+// m_round and m_trunc as in-place operations, checking that the source stays.
+int m_round_in_place(t_DECIMAL *v, int places) {
+  const t_DECIMAL src = *v, keep = *v;
+  int code = m_round(&src, places, v);
+  EXPECT_TRUE(bytes_equal(src, keep)) << "m_round changed its source";
+  return code;
+}
+int m_trunc_in_place(t_DECIMAL *v, int places) {
+  const t_DECIMAL src = *v, keep = *v;
+  int code = m_trunc(&src, places, v);
+  EXPECT_TRUE(bytes_equal(src, keep)) << "m_trunc changed its source";
+  return code;
 }
 
-TEST(DecMul, ZeroNullAndSigns) {
-  t_DECIMAL a = P("1.5"), b = P("-2"), z = c_dec_zero, n = null_record(), r;
-  EXPECT_EQ(decmul(&a, &z, &r), 0);
-  EXPECT_TRUE(bytes_equal(r, c_dec_zero));
-  EXPECT_EQ(decmul(&n, &a, &r), 0);
-  EXPECT_EQ(r.dec_pos, DEC_POS_NULL);
-  EXPECT_EQ(decmul(&a, &b, &r), 0);
-  EXPECT_DEC(r, P("-3"));
-}
+enum class Match { digits, value, bytes };  // how a result is compared
 
-TEST(DecMul, PartialProductsPastTheGuardPlaceAreDropped) {
-  // The exact product rounds to ...99 53; without the partial products past the guard
-  // place the guard digit comes out lower and the result is ...99 52.
-  t_DECIMAL a = R(1, {1, 0, 0, 50, 1, 0, 99, 98}), b = R(0, {98, 0, 0, 98, 99, 0, 50, 99}), r;
-  EXPECT_EQ(decmul(&a, &b, &r), 0);
-  EXPECT_DEC(r, R(0, {98, 0, 49, 99, 98, 47, 99, 52}));
-  // A carry out of the first place: 99 x 99 = 98 01.
-  t_DECIMAL c = R(1, {99}), d = R(2, {99, 1});
-  EXPECT_EQ(decmul(&c, &d, &r), 0);
-  EXPECT_DEC(r, R(3, {98, 1, 99}));
-}
+// One operation to places (or to significant digits for mkprec) and what it must leave.
+struct PlacesCase {
+  const char *name;             // operation, for messages
+  int (*fn)(t_DECIMAL *, int);  // operation in place
+  t_DECIMAL in;                 // operand
+  int places;                   // places or digits
+  int code;                     // its return value
+  t_DECIMAL want;               // result
+  Match match = Match::digits;  // how it is compared
+};
+#define OP(f) #f, f
 
-TEST(DecDiv, DocumentedQuotients) {
-  t_DECIMAL one = P("1"), two = P("2"), three = P("3"), ten = P("10"), four = P("4"), r;
-  EXPECT_EQ(decdiv(&one, &three, &r), 0);
-  EXPECT_DEC(r, R(0, {33, 33, 33, 33, 33, 33, 33, 33}));
-  EXPECT_EQ(decdiv(&two, &three, &r), 0);  // truncated, not rounded to ...67
-  EXPECT_DEC(r, R(0, {66, 66, 66, 66, 66, 66, 66, 66}));
-  EXPECT_EQ(decdiv(&ten, &four, &r), 0);
-  EXPECT_DEC(r, P("2.5"));
-  t_DECIMAL twenty = P("20");  // first quotient digit not 0: nine places, rounded
-  EXPECT_EQ(decdiv(&twenty, &three, &r), 0);
-  EXPECT_DEC(r, R(1, {6, 66, 66, 66, 66, 66, 66, 67}));
-}
-
-TEST(DecDiv, ByZeroAndNull) {
-  t_DECIMAL x = P("-7"), z = c_dec_zero, n = null_record(), r;
-  EXPECT_EQ(decdiv(&x, &z, &r), DEC_E_DIVZERO);
-  EXPECT_TRUE(bytes_equal(r, c_dec_zero));
-  EXPECT_EQ(decdiv(&n, &z, &r), 0);
-  EXPECT_EQ(r.dec_pos, DEC_POS_NULL);
-}
-
-TEST(MathArith, OverflowUnderflowAndDivisionByZeroSubstitutes) {
-  t_DECIMAL huge = c_dec_huge, mhuge = neg(c_dec_huge), r;
-  EXPECT_EQ(m_add(&huge, &huge, &r), M_CC_RANGE);
-  EXPECT_TRUE(bytes_equal(r, c_dec_huge));
-  EXPECT_EQ(m_add(&mhuge, &mhuge, &r), M_CC_RANGE);
-  EXPECT_TRUE(bytes_equal(r, mhuge));
-  EXPECT_EQ(m_sub(&mhuge, &huge, &r), M_CC_RANGE);
-  EXPECT_TRUE(bytes_equal(r, mhuge));
-  t_DECIMAL tiny = R(-34, {1});  // 10^-70
-  EXPECT_EQ(m_mpy(&tiny, &tiny, &r), M_CC_RANGE);
-  EXPECT_TRUE(bytes_equal(r, c_dec_zero));
-  EXPECT_EQ(m_mpy(&huge, &mhuge, &r), M_CC_RANGE);
-  EXPECT_TRUE(bytes_equal(r, mhuge));
-  t_DECIMAL x = P("5"), mx = P("-5"), z = c_dec_zero;
-  EXPECT_EQ(m_dvd(&x, &z, &r), M_CC_DIVZERO);
-  EXPECT_TRUE(bytes_equal(r, c_dec_huge));
-  EXPECT_EQ(m_dvd(&mx, &z, &r), M_CC_DIVZERO);
-  EXPECT_TRUE(bytes_equal(r, mhuge));
-  EXPECT_EQ(m_dvd(&z, &z, &r), M_CC_DIVZERO);  // zero counts as not negative
-  EXPECT_TRUE(bytes_equal(r, c_dec_huge));
-  EXPECT_EQ(m_dvd(&tiny, &huge, &r), M_CC_RANGE);
-  EXPECT_TRUE(bytes_equal(r, c_dec_zero));
-  EXPECT_EQ(m_add(&x, &mx, &r), M_CC_OK);
-  EXPECT_TRUE(bytes_equal(r, c_dec_zero));
-  EXPECT_EQ(m_cmp(&x, &mx), 1);
-}
-
-TEST(DecRoundPlaces, HalfAwayFromZero) {
-  struct {
-    const char *in;
-    int places;
-    const char *out;
-  } cases[] = {
-      {"0.5", 0, "1"},         {"-2.345", 2, "-2.35"}, {"0.994", 2, "0.99"}, {"0.004", 2, "0"},
-      {"123.456", 1, "123.5"}, {"-0.05", 1, "-0.1"},   {"7", 3, "7"},        {"0.0049", 2, "0"},
+TEST(DecPlaces, RoundHalfAwayTruncateAndPrecision) {
+  const t_DECIMAL top = R(63, {99, 99, 99, 99, 99, 99, 99, 99}, true);
+  const PlacesCase cases[] = {
+      {OP(decround), P("0.5"), 0, 0, P("1"), Match::value},
+      {OP(decround), P("-2.345"), 2, 0, P("-2.35"), Match::value},
+      {OP(decround), P("0.994"), 2, 0, P("0.99"), Match::value},
+      {OP(decround), P("0.004"), 2, 0, c_dec_zero, Match::bytes},
+      {OP(decround), P("123.456"), 1, 0, P("123.5"), Match::value},
+      {OP(decround), P("-0.05"), 1, 0, P("-0.1"), Match::value},
+      {OP(decround), P("7"), 3, 0, P("7"), Match::value},
+      {OP(decround), P("0.0049"), 2, 0, P("0"), Match::value},
+      {OP(decround), P("1.5"), -1, DEC_E_NEGPLACES, P("1.5")},
+      // Only a digit cleared just above the cut shortens the count: 99.995 to 2 places is
+      // 100 held as the digits 1, 0.
+      {OP(decround), R(1, {99, 99, 50}), 2, 0, R(2, {1, 0})},
+      {OP(decround), R(1, {1, 0, 4}), 3, 0, R(1, {1, 0})},        // 1.0004: the 4 goes
+      {OP(decround), R(1, {5, 99, 99, 60}), 4, 0, R(1, {6, 0})},  // 5.999960
+      {OP(decround), R(0, {99, 99, 60}), 3, 0, R(1, {1})},        // carry past the top
+      {OP(dectrunc), P("123.456"), 1, 0, P("123.4")},
+      {OP(dectrunc), P("0.001234"), 4, 0, P("0.0012")},
+      {OP(dectrunc), P("-7.9"), 0, 0, P("-7")},
+      {OP(dectrunc), P("99.999"), 2, 0, P("99.99")},
+      {OP(dectrunc), P("0.001234"), 2, 0, c_dec_zero, Match::bytes},
+      {OP(dectrunc), c_dec_zero, -3, DEC_E_NEGPLACES, c_dec_zero},
+      {OP(dectrunc), null_record(), 2, 0, null_record()},
+      {OP(m_round_in_place), top, 0, 0, top, Match::bytes},  // an integer: nothing to round
+      {OP(m_round_in_place), P("-2.345"), 2, 0, P("-2.35")},
+      {OP(m_trunc_in_place), P("-2.345"), 2, 0, P("-2.34")},
+      {OP(mkprec), P("123.456"), 4, 0, P("123.5")},
+      {OP(mkprec), P("0.0012345"), 2, 0, P("0.0012")},
+      {OP(mkprec), P("-0.0000049"), 1, 0, P("-0.000005")},
+      {OP(mkprec), top, 4, M_CC_RANGE, R(63, {99, 99}, true)},  // the overflow pattern
   };
-  for (const auto &c : cases) {
-    t_DECIMAL v = P(c.in);
-    EXPECT_EQ(decround(&v, c.places), 0) << c.in;
-    t_DECIMAL want = P(c.out);
-    EXPECT_EQ(deccmp(&v, &want), 0) << c.in << " to " << c.places << ": " << v;
+  for (const PlacesCase &c : cases) {
+    t_DECIMAL v = c.in;
+    EXPECT_EQ(c.fn(&v, c.places), c.code) << c.name << " " << c.in << ", " << c.places;
+    if (c.match == Match::bytes)
+      EXPECT_TRUE(bytes_equal(v, c.want)) << c.name << " " << c.in << ": " << v;
+    else if (c.match == Match::value)
+      EXPECT_EQ(deccmp(&v, &c.want), 0) << c.name << " " << c.in << ": " << v;
+    else
+      EXPECT_DEC(v, c.want) << c.name << " " << c.in << ", " << c.places;
   }
-  t_DECIMAL small = P("0.004");
-  decround(&small, 2);
-  EXPECT_TRUE(bytes_equal(small, c_dec_zero));
-  t_DECIMAL x = P("1.5");
-  EXPECT_EQ(decround(&x, -1), DEC_E_NEGPLACES);
-  EXPECT_DEC(x, P("1.5"));
-}
-
-TEST(DecRoundPlaces, CarryMayLeaveTrailingZeroDigits) {
-  // Only a digit cleared just above the cut shortens the count: 99.995 to 2 places
-  // becomes 100 held as the digits 1, 0.
-  t_DECIMAL v = R(1, {99, 99, 50});
-  EXPECT_EQ(decround(&v, 2), 0);
-  EXPECT_DEC(v, R(2, {1, 0}));
-  t_DECIMAL w = R(1, {1, 0, 4});  // 1.0004 to 3 places: the digit 4 rounds away
-  EXPECT_EQ(decround(&w, 3), 0);
-  EXPECT_DEC(w, R(1, {1, 0}));
-  t_DECIMAL six = R(1, {5, 99, 99, 60});  // 5.999960 to 4 places: 6 as 6, 0
-  EXPECT_EQ(decround(&six, 4), 0);
-  EXPECT_DEC(six, R(1, {6, 0}));
-  t_DECIMAL one = R(0, {99, 99, 60});  // 0.999960 to 3 places: the carry passes the top
-  EXPECT_EQ(decround(&one, 3), 0);
-  EXPECT_DEC(one, R(1, {1}));
-}
-
-TEST(DecTrunc, DocumentedCases) {
-  struct {
-    const char *in;
-    int places;
-    const char *out;
-  } cases[] = {{"123.456", 1, "123.4"},
-               {"0.001234", 4, "0.0012"},
-               {"-7.9", 0, "-7"},
-               {"99.999", 2, "99.99"}};
-  for (const auto &c : cases) {
-    t_DECIMAL v = P(c.in);
-    EXPECT_EQ(dectrunc(&v, c.places), 0);
-    EXPECT_DEC(v, P(c.out));
-  }
-  t_DECIMAL z = P("0.001234");
-  EXPECT_EQ(dectrunc(&z, 2), 0);
-  EXPECT_TRUE(bytes_equal(z, c_dec_zero));
-  EXPECT_EQ(dectrunc(&z, -3), DEC_E_NEGPLACES);
-  t_DECIMAL n = null_record();
-  EXPECT_EQ(dectrunc(&n, 2), 0);
-  EXPECT_EQ(n.dec_pos, DEC_POS_NULL);
-}
-
-TEST(MathRoundTrunc, SubstitutesAndCopies) {
-  t_DECIMAL top = R(63, {99, 99, 99, 99, 99, 99, 99, 99}, true), r;
-  EXPECT_EQ(m_round(&top, 0, &r), 0);  // an integer: nothing to round
-  EXPECT_TRUE(bytes_equal(r, top));
-  t_DECIMAL x = P("-2.345");
-  EXPECT_EQ(m_round(&x, 2, &r), 0);
-  EXPECT_DEC(r, P("-2.35"));
-  EXPECT_EQ(m_trunc(&x, 2, &r), 0);
-  EXPECT_DEC(r, P("-2.34"));
-  EXPECT_DEC(x, P("-2.345"));  // the source stays
-}
-
-TEST(MkPrec, SignificantDigitsAndTheOverflowPattern) {
-  t_DECIMAL a = P("123.456");
-  EXPECT_EQ(mkprec(&a, 4), 0);
-  EXPECT_DEC(a, P("123.5"));
-  t_DECIMAL b = P("0.0012345");
-  EXPECT_EQ(mkprec(&b, 2), 0);
-  EXPECT_DEC(b, P("0.0012"));
-  t_DECIMAL c = P("-0.0000049");
-  EXPECT_EQ(mkprec(&c, 1), 0);
-  EXPECT_DEC(c, P("-0.000005"));
-  t_DECIMAL top = R(63, {99, 99, 99, 99, 99, 99, 99, 99}, true);
-  EXPECT_EQ(mkprec(&top, 4), M_CC_RANGE);
-  EXPECT_DEC(top, R(63, {99, 99}, true));
 }
 
 // ---- Packed storage -------------------------------------------------------------------

@@ -91,6 +91,13 @@ struct Tally {
   void fail(const std::string &what) {
     if (++failed <= 8) samples.push_back(what);
   }
+  // Counts a difference in code or record, described from `input`.
+  void check(const std::string &input, int rc, const t_DECIMAL &got, int code,
+             const t_DECIMAL &want) {
+    if (rc != code || !same(got, want))
+      fail(input + ": got " + show(got) + " code " + std::to_string(rc) + ", want " + show(want) +
+           " code " + std::to_string(code));
+  }
 };
 
 TEST(DecimalOracle, LibraryAgreesWithTheOracleOnEveryVector) {
@@ -124,9 +131,7 @@ TEST(DecimalOracle, LibraryAgreesWithTheOracleOnEveryVector) {
                                                                        : tag == kMul ? decmul
                                                                                      : decdiv;
         int rc = fn(&a, &b, &got);
-        if (rc != code || !same(got, want))
-          t.fail(hex(&a, 12) + " " + hex(&b, 12) + ": got " + show(got) + " code " +
-                 std::to_string(rc) + ", want " + show(want) + " code " + std::to_string(code));
+        t.check(hex(&a, 12) + " " + hex(&b, 12), rc, got, code, want);
         break;
       }
       case kRound:
@@ -137,11 +142,8 @@ TEST(DecimalOracle, LibraryAgreesWithTheOracleOnEveryVector) {
         int code = in.i32();
         t_DECIMAL got = v;
         int rc = tag == kRound ? decround(&got, places) : dectrunc(&got, places);
-        t_DECIMAL cmp = tag == kRound ? without_trailing_zeros(got) : got;
-        if (rc != code || !same(cmp, want))
-          t.fail(hex(&v, 12) + " places " + std::to_string(places) + ": got " + show(got) +
-                 " code " + std::to_string(rc) + ", want " + show(want) + " code " +
-                 std::to_string(code));
+        t.check(hex(&v, 12) + " places " + std::to_string(places), rc,
+                tag == kRound ? without_trailing_zeros(got) : got, code, want);
         break;
       }
       case kCvAsc: {
@@ -151,9 +153,7 @@ TEST(DecimalOracle, LibraryAgreesWithTheOracleOnEveryVector) {
         t_DECIMAL want = in.rec(), got;
         int code = in.i32();
         int rc = deccvasc(text.data(), len, &got);
-        if (rc != code || !same(got, want))
-          t.fail("\"" + text + "\": got " + show(got) + " code " + std::to_string(rc) + ", want " +
-                 show(want) + " code " + std::to_string(code));
+        t.check("\"" + text + "\"", rc, got, code, want);
         break;
       }
       case kCvDbl: {
@@ -161,12 +161,9 @@ TEST(DecimalOracle, LibraryAgreesWithTheOracleOnEveryVector) {
         t_DECIMAL want = in.rec(), got;
         int code = in.i32();
         int rc = deccvdbl(d, &got);
-        if (rc != code || !same(got, want)) {
-          char text[40];
-          std::snprintf(text, sizeof text, "%.17g", d);
-          t.fail(std::string(text) + ": got " + show(got) + " code " + std::to_string(rc) +
-                 ", want " + show(want) + " code " + std::to_string(code));
-        }
+        char text[40];
+        std::snprintf(text, sizeof text, "%.17g", d);
+        t.check(text, rc, got, code, want);
         break;
       }
       case kToDbl: {
@@ -188,14 +185,11 @@ TEST(DecimalOracle, LibraryAgreesWithTheOracleOnEveryVector) {
   for (int tag = kAdd; tag <= kToDbl; ++tag) {
     const Tally &t = tally[tag];
     EXPECT_GE(t.count, 100000) << tag_name(tag) << ": too few vectors";
+    std::string samples;
+    for (const std::string &x : t.samples)
+      samples += "\n  " + x;
     EXPECT_EQ(t.failed, 0) << tag_name(tag) << ": " << t.failed << " of " << t.count
-                           << " differ, for example:\n  "
-                           << (t.samples.empty() ? std::string() : [&] {
-                                std::string s;
-                                for (const auto &x : t.samples)
-                                  s += x + "\n  ";
-                                return s;
-                              }());
+                           << " differ, for example:" << samples;
     std::printf("%-9s %ld vectors, %ld differ\n", tag_name(tag), t.count, t.failed);
   }
 }
