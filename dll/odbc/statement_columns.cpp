@@ -4,6 +4,7 @@
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
+#include <type_traits>
 
 #include "datetime.hpp"
 #include "dllmain.hpp"
@@ -285,23 +286,38 @@ int getdata_STRING(stmt *s, int col, char **text) {
   return qz::kOk;
 }
 
-int getdata_INT(stmt *s, int col, int *value) {
+namespace {
+
+// The numeric readers differ only in how text is read and how a double becomes the
+// result: an integer takes its truncation.
+template <class T>
+int getdata_number(stmt *s, int col, T *value) {
+  constexpr bool is_int = std::is_same_v<T, int>;
   *value = 0;
   column *c = nullptr;
   if (int st = fetched_column(s, col, &c)) return st;
   if (c->len_ind == SQL_NULL_DATA) return qz::kOk;
   switch (c->ctype) {
     case SQL_C_CHAR: {
-      std::int32_t v = 0;
-      int rc = qz::read_int32(static_cast<const char *>(c->data), &v);
-      *value = v;  // the value read so far, also when the text does not convert
+      const char *text = static_cast<const char *>(c->data);
+      int rc;
+      if constexpr (is_int) {
+        std::int32_t v = 0;
+        rc = qz::read_int32(text, &v);
+        *value = v;  // the value read so far, also when the text does not convert
+      } else {
+        rc = qz::read_double(text, value);
+      }
       return rc == qz::kNumOk ? qz::kOk : qz::kNotConvertible;
     }
     case SQL_C_LONG:
       *value = value_of<SQLINTEGER>(c);
       return qz::kOk;
     case SQL_C_DOUBLE:
-      *value = qz::trunc_to_int32(value_of<double>(c));
+      if constexpr (is_int)
+        *value = qz::trunc_to_int32(value_of<double>(c));
+      else
+        *value = value_of<double>(c);
       return qz::kOk;
     case SQL_C_DATE:
       *value = qz::date_number(value_of<SQL_DATE_STRUCT>(c));
@@ -322,39 +338,12 @@ int getdata_INT(stmt *s, int col, int *value) {
   return qz::kOk;
 }
 
+}  // namespace
+
+int getdata_INT(stmt *s, int col, int *value) {
+  return getdata_number(s, col, value);
+}
+
 int getdata_DOUBLE(stmt *s, int col, double *value) {
-  *value = 0.0;
-  column *c = nullptr;
-  if (int st = fetched_column(s, col, &c)) return st;
-  if (c->len_ind == SQL_NULL_DATA) return qz::kOk;
-  switch (c->ctype) {
-    case SQL_C_CHAR: {
-      double v = 0.0;
-      int rc = qz::read_double(static_cast<const char *>(c->data), &v);
-      *value = v;
-      return rc == qz::kNumOk ? qz::kOk : qz::kNotConvertible;
-    }
-    case SQL_C_LONG:
-      *value = value_of<SQLINTEGER>(c);
-      return qz::kOk;
-    case SQL_C_DOUBLE:
-      *value = value_of<double>(c);
-      return qz::kOk;
-    case SQL_C_DATE:
-      *value = qz::date_number(value_of<SQL_DATE_STRUCT>(c));
-      return qz::kOk;
-    case SQL_C_TIME:
-      *value = qz::time_number(value_of<SQL_TIME_STRUCT>(c));
-      return qz::kOk;
-    case SQL_C_TIMESTAMP: {
-      std::int32_t seconds = 0;
-      if (qz::timestamp_utc_seconds(value_of<SQL_TIMESTAMP_STRUCT>(c), &seconds) != qz::kDtOk)
-        return qz::kNotConvertible;
-      *value = seconds;
-      return qz::kOk;
-    }
-    default:
-      QZ_ASSERT(false);
-  }
-  return qz::kOk;
+  return getdata_number(s, col, value);
 }
