@@ -91,6 +91,24 @@ int resolve_vararg(const t_DLL_ARG &a) {
   }
 }
 
+// Call argument i with its prototype entry and concrete type. argi is the entry's
+// position; a VarArg entry stays current for every argument after it.
+struct ResolvedArg {
+  t_DLL_ARG a;             // the argument as the block describes it
+  const QzArgDesc *proto;  // its prototype entry
+  int type;                // the entry's type, VarArg resolved
+};
+
+ResolvedArg resolve_arg(const QzFuncDesc *f, int i, int &argi) {
+  ResolvedArg r{u_get_arg(i + 1), &QzArgList[f->first_arg + argi], 0};
+  r.type = r.proto->type;
+  if (r.type == VarArg) {
+    --argi;
+    r.type = resolve_vararg(r.a);
+  }
+  return r;
+}
+
 bool is_array(int type) {
   return type == IntArray || type == RealArray || type == StringArray;
 }
@@ -303,14 +321,8 @@ int dll_main() {
     if (dll_debug > 1) {
       argi = 0;
       for (int i = 0; i < n - 1; ++i, ++argi) {
-        t_DLL_ARG a = u_get_arg(i + 1);
-        const QzArgDesc &proto = QzArgList[f->first_arg + argi];
-        int type = proto.type;
-        if (type == VarArg) {
-          --argi;
-          type = resolve_vararg(a);
-        }
-        trace_value(proto, type, i, a.elcnt);
+        ResolvedArg r = resolve_arg(f, i, argi);
+        trace_value(*r.proto, r.type, i, r.a.elcnt);
       }
     }
   }
@@ -320,13 +332,8 @@ int dll_main() {
 
   argi = 0;
   for (int i = 0; i < n - 1; ++i, ++argi) {
-    t_DLL_ARG a = u_get_arg(i + 1);
-    const QzArgDesc &proto = QzArgList[f->first_arg + argi];
-    int type = proto.type;
-    if (type == VarArg) {
-      --argi;
-      type = resolve_vararg(a);
-    }
+    auto [a, proto_p, type] = resolve_arg(f, i, argi);
+    const QzArgDesc &proto = *proto_p;
     if (a.byref) {
       if (type == IntByValue || type == RealByValue || type == zString) {
         u_unref_arg(i + 1);
