@@ -125,14 +125,9 @@ void expect_fail(const Got &g, int rc, const std::string &input) {
   EXPECT_EQ(g.value, "untouched") << input;
 }
 
-TEST(DateNumber, SplitsYearMonthDay) {
+TEST(DateNumber, SplitsYearMonthDayAndAdds1900ToYearsBelow1900) {
   expect_ok(date_num(20190213), "2019-02-13", "20190213");
-  expect_ok(date_num(19700101), "1970-01-01", "19700101");
-  expect_ok(date_num(20191231), "2019-12-31", "20191231");
   expect_ok(date_num(19000101), "1900-01-01", "19000101");
-}
-
-TEST(DateNumber, YearsBelow1900Get1900Added) {
   expect_ok(date_num(990101), "1999-01-01", "990101");
   expect_ok(date_num(1190213), "2019-02-13", "1190213");
   expect_ok(date_num(101), "1900-01-01", "101");  // year 0
@@ -143,10 +138,7 @@ TEST(DateNumber, LeapYearsAreJudgedAfterTheYearIsCompleted) {
   expect_fail(date_num(20190229), qz::kDtNoSuchDay, "20190229");
   expect_ok(date_num(20000229), "2000-02-29", "20000229");
   expect_fail(date_num(19000229), qz::kDtNoSuchDay, "19000229");
-  expect_ok(date_num(20160229), "2016-02-29", "20160229");
   expect_fail(date_num(21000229), qz::kDtNoSuchDay, "21000229");
-  expect_ok(date_num(20190228), "2019-02-28", "20190228");
-  expect_fail(date_num(20000230), qz::kDtNoSuchDay, "20000230");
   // Year 100 becomes 2000, a leap year; year 0 becomes 1900, which is none; 96 is 1996.
   expect_ok(date_num(1000229), "2000-02-29", "1000229");
   expect_fail(date_num(229), qz::kDtNoSuchDay, "229");
@@ -168,24 +160,20 @@ TEST(DateNumber, MonthLengths) {
 TEST(DateNumber, RangesOfDayMonthAndYear) {
   expect_fail(date_num(20191300), qz::kDtBadDay, "20191300");
   expect_fail(date_num(20190132), qz::kDtBadDay, "20190132");
-  expect_fail(date_num(20190100), qz::kDtBadDay, "20190100");
   expect_fail(date_num(20191301), qz::kDtBadMonth, "20191301");
   expect_fail(date_num(20190001), qz::kDtBadMonth, "20190001");
   expect_fail(date_num(0), qz::kDtBadDay, "0");
   // Negative numbers give negative parts and fail.
   expect_fail(date_num(-20190213), qz::kDtBadDay, "-20190213");
-  expect_fail(date_num(-10000), qz::kDtBadDay, "-10000");
   expect_fail(date_num(kMin32), qz::kDtBadDay, "min");
   // The year field holds up to 32767.
   expect_ok(date_num(327671231), "32767-12-31", "327671231");
   expect_fail(date_num(327680101), qz::kDtBadYear, "327680101");
-  expect_fail(date_num(2147481231), qz::kDtBadYear, "2147481231");
   expect_fail(date_num(kMax32), qz::kDtBadDay, "max");  // day 47, month 36
 }
 
 TEST(TimeNumber, SplitsAndChecks) {
   expect_ok(time_num(81500), "08:15:00", "81500");
-  expect_ok(time_num(80509), "08:05:09", "80509");
   expect_ok(time_num(0), "00:00:00", "0");
   expect_ok(time_num(235959), "23:59:59", "235959");
   expect_ok(time_num(8), "00:00:08", "8");
@@ -235,17 +223,11 @@ TEST(DateText, RefusedForms) {
 TEST(DateText, ChecksApplyToEveryForm) {
   expect_fail(date_text("02/29/2019"), qz::kDtNoSuchDay, "02/29/2019");
   expect_ok(date_text("29.02.2000"), "2000-02-29", "29.02.2000");
-  expect_fail(date_text("1900-02-29"), qz::kDtNoSuchDay, "1900-02-29");
   expect_fail(date_text("2019-04-31"), qz::kDtNoSuchDay, "2019-04-31");
-  expect_fail(date_text("2019-13-01"), qz::kDtBadMonth, "2019-13-01");
   expect_fail(date_text("2019/02/13"), qz::kDtBadMonth, "2019/02/13");  // month 2019
   expect_fail(date_text("0.1.2019"), qz::kDtBadDay, "0.1.2019");
   expect_fail(date_text("32768-01-01"), qz::kDtBadYear, "32768-01-01");
-}
-
-TEST(DateText, ANulInsideTheLengthEndsTheText) {
-  std::string t("20190213\0zz", 11);
-  expect_ok(date_text(t), "2019-02-13", "NUL inside");
+  expect_ok(date_text(std::string("20190213\0zz", 11)), "2019-02-13", "NUL inside");
 }
 
 TEST(TimeText, ThreeFormsOfTheSameTime) {
@@ -295,7 +277,6 @@ TEST(TimestampText, RefusedForms) {
   expect_fail(stamp_text("2019-02-13 24:00"), qz::kDtBadHour, "24:00");
   expect_fail(stamp_text("2019-02-13 23:60"), qz::kDtBadMinute, "23:60");
   expect_fail(stamp_text("19000229 000000"), qz::kDtNoSuchDay, "19000229");
-  expect_ok(stamp_text("20000229 235959"), "2000-02-29 23:59:59.0", "20000229");
   expect_fail(stamp_text("2019-02-30 08:00"), qz::kDtNoSuchDay, "2019-02-30");
 }
 
@@ -308,15 +289,14 @@ TEST(FetchedNumbers, DateAndTimeNumbers) {
   EXPECT_EQ(qz::date_number({-32768, 1, 1}), -327680000 + 101);
   EXPECT_EQ(qz::time_number({65535, 65535, 65535}), 655350000 + 6553500 + 65535);
   // A valid date or time comes back as the number it was given as.
-  for (std::int32_t n : {20190213, 19000101, 20000229, 327671231}) {
+  for (std::int32_t n : {20190213, 19000101, 20000229, 327671231, 0, 80509, 235959}) {
     SQL_DATE_STRUCT d;
-    ASSERT_EQ(qz::date_from_number(n, &d), qz::kDtOk);
-    EXPECT_EQ(qz::date_number(d), n);
-  }
-  for (std::int32_t n : {0, 80509, 235959}) {
     SQL_TIME_STRUCT t;
-    ASSERT_EQ(qz::time_from_number(n, &t), qz::kDtOk);
-    EXPECT_EQ(qz::time_number(t), n);
+    if (n > 235959) {
+      EXPECT_EQ(qz::date_from_number(n, &d) ? -1 : qz::date_number(d), n);
+    } else {
+      EXPECT_EQ(qz::time_from_number(n, &t) ? -1 : qz::time_number(t), n);
+    }
   }
 }
 

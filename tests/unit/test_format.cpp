@@ -240,24 +240,17 @@ TEST(FormatDouble, SpecialAndBoundaryValuesMatchSnprintf) {
   expect_clean(t, kSamples / 10);
 }
 
-TEST(FormatDouble, RandomBitPatternsMatchSnprintf) {
+// Random bit patterns; decimals across the whole exponent range (subnormals and overflow
+// to infinity included); decimals where the fixed form turns into the exponent form.
+TEST(FormatDouble, RandomBitsAndMagnitudesMatchSnprintf) {
   Tally<qz::kFormatDoubleSize> t;
   std::mt19937_64 rng(kSeed + 3);
-  for (long i = 0; i < kSamples; ++i)
+  for (long i = 0; i < kSamples; ++i) {
     check_double(t, from_bits(rng()));
-  expect_clean(t, kSamples);
-}
-
-TEST(FormatDouble, RandomMagnitudesMatchSnprintf) {
-  Tally<qz::kFormatDoubleSize> t;
-  std::mt19937_64 rng(kSeed + 4);
-  // Across the whole exponent range, subnormals and overflow to infinity included.
-  for (long i = 0; i < kSamples; ++i)
     check_double(t, random_decimal(rng, -330, 310));
-  // Where the fixed form holds and where it turns into the exponent form.
-  for (long i = 0; i < kSamples / 2; ++i)
-    check_double(t, random_decimal(rng, -8, 16));
-  expect_clean(t, kSamples + kSamples / 2);
+    if (i % 2) check_double(t, random_decimal(rng, -8, 16));
+  }
+  expect_clean(t, 2 * kSamples + kSamples / 2);
 }
 
 TEST(FormatDate, FullRangesMatchSnprintf) {
@@ -270,17 +263,11 @@ TEST(FormatDate, FullRangesMatchSnprintf) {
     check_date(t, 2019, static_cast<std::uint16_t>(v), 13);
     check_date(t, -1, 2, static_cast<std::uint16_t>(v));
   }
-  for (long i = 0; i < kSamples; ++i) {
-    std::uint64_t r = rng();
-    check_date(t, static_cast<std::int16_t>(r), static_cast<std::uint16_t>(r >> 16),
-               static_cast<std::uint16_t>(r >> 32));
-  }
-  // Around the usual four-digit year and two-digit month and day.
-  for (long i = 0; i < kSamples; ++i) {
-    std::uint64_t r = rng();
-    check_date(t, static_cast<std::int16_t>(r % 10003 - 1),
-               static_cast<std::uint16_t>(r >> 16) % 102,
-               static_cast<std::uint16_t>(r >> 32) % 102);
+  // Any fields, and fields around the usual four-digit year and two-digit month and day.
+  for (long i = 0; i < 2 * kSamples; ++i) {
+    std::uint64_t r = rng(), year = i % 2 ? r % 10003 - 1 : r, near = i % 2 ? 102 : 65536;
+    check_date(t, static_cast<std::int16_t>(year), static_cast<std::uint16_t>((r >> 16) % near),
+               static_cast<std::uint16_t>((r >> 32) % near));
   }
   expect_clean(t, 2 * kSamples);
 }
@@ -293,15 +280,11 @@ TEST(FormatTime, FullRangesMatchSnprintf) {
     check_time(t, 8, static_cast<std::uint16_t>(v), 9);
     check_time(t, 8, 5, static_cast<std::uint16_t>(v));
   }
-  for (long i = 0; i < kSamples; ++i) {
-    std::uint64_t r = rng();
-    check_time(t, static_cast<std::uint16_t>(r), static_cast<std::uint16_t>(r >> 16),
-               static_cast<std::uint16_t>(r >> 32));
-  }
-  for (long i = 0; i < kSamples; ++i) {
-    std::uint64_t r = rng();
-    check_time(t, static_cast<std::uint16_t>(r % 102), static_cast<std::uint16_t>(r >> 16) % 102,
-               static_cast<std::uint16_t>(r >> 32) % 102);
+  for (long i = 0; i < 2 * kSamples; ++i) {  // any fields, and fields of two digits or so
+    std::uint64_t r = rng(), near = i % 2 ? 102 : 65536;
+    check_time(t, static_cast<std::uint16_t>(r % near),
+               static_cast<std::uint16_t>((r >> 16) % near),
+               static_cast<std::uint16_t>((r >> 32) % near));
   }
   expect_clean(t, 2 * kSamples);
 }
@@ -309,21 +292,11 @@ TEST(FormatTime, FullRangesMatchSnprintf) {
 TEST(FormatTimestamp, FullRangesMatchSnprintf) {
   Tally<qz::kFormatTimestampSize> t;
   std::mt19937_64 rng(kSeed + 7);
-  for (long i = 0; i < kSamples; ++i) {
-    std::uint64_t r = rng();
-    std::uint64_t s = rng();
-    check_timestamp(t, {static_cast<std::int16_t>(r), static_cast<std::uint16_t>(r >> 16),
-                        static_cast<std::uint16_t>(r >> 32), static_cast<std::uint16_t>(r >> 48),
-                        static_cast<std::uint16_t>(s), static_cast<std::uint16_t>(s >> 16)});
-  }
-  for (long i = 0; i < kSamples; ++i) {
-    std::uint64_t r = rng();
-    std::uint64_t s = rng();
+  for (long i = 0; i < 2 * kSamples; ++i) {  // any fields, and the usual widths or so
+    std::uint64_t r = rng(), s = rng(), year = i % 2 ? r % 10003 - 1 : r, n = i % 2 ? 102 : 65536;
+    auto f = [n](std::uint64_t x) { return static_cast<std::uint16_t>(x % n); };
     check_timestamp(
-        t,
-        {static_cast<std::int16_t>(r % 10003 - 1), static_cast<std::uint16_t>((r >> 16) % 102),
-         static_cast<std::uint16_t>((r >> 32) % 102), static_cast<std::uint16_t>((r >> 48) % 102),
-         static_cast<std::uint16_t>(s % 102), static_cast<std::uint16_t>((s >> 16) % 102)});
+        t, {static_cast<std::int16_t>(year), f(r >> 16), f(r >> 32), f(r >> 48), f(s), f(s >> 16)});
   }
   expect_clean(t, 2 * kSamples);
 }
@@ -344,18 +317,19 @@ TEST(FormatSizes, LongestTextsFillTheDeclaredSizes) {
 // The forms the packed rows and readers are known by, written out.
 TEST(FormatSizes, KnownTexts) {
   char buf[64];
-  qz::format_g14(buf, from_bits(0xFFF8000000000000ULL));
-  EXPECT_STREQ(buf, "-nan");
-  qz::format_g14(buf, -0.0);
-  EXPECT_STREQ(buf, "-0");
-  qz::format_g14(buf, 1e20);
-  EXPECT_STREQ(buf, "1e+20");
-  qz::format_g14(buf, 99999999999999.5);
-  EXPECT_STREQ(buf, "1e+14");
-  qz::format_g14(buf, 0.0001);
-  EXPECT_STREQ(buf, "0.0001");
-  qz::format_g14(buf, 1e-300);
-  EXPECT_STREQ(buf, "1e-300");
+  const struct {
+    double d;          // value
+    const char *text;  // its text
+  } doubles[] = {{from_bits(0xFFF8000000000000ULL), "-nan"},
+                 {-0.0, "-0"},
+                 {1e20, "1e+20"},
+                 {99999999999999.5, "1e+14"},
+                 {0.0001, "0.0001"},
+                 {1e-300, "1e-300"}};
+  for (const auto &c : doubles) {
+    qz::format_g14(buf, c.d);
+    EXPECT_STREQ(buf, c.text);
+  }
   qz::format_date(buf, -1, 2, 3);
   EXPECT_STREQ(buf, "-0010203");
   qz::format_timestamp(buf, 1970, 1, 2, 0, 0, 0);

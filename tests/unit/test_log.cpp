@@ -14,6 +14,7 @@
 #include <cerrno>
 #include <cstdarg>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <regex>
 #include <string>
@@ -50,61 +51,38 @@ class Log : public ::testing::Test {
   }
 };
 
-// Each row sets the flag string, then asks the flag test about one letter and level.
+// Each row sets the flag string, then asks the flag test about letters and levels: in
+// "O2+ P1-", O at level 2 must pass and P at level 1 must not.
 TEST_F(Log, FlagTestFollowsTheFlagString) {
   const struct {
-    const char *flags;  // given to qz__Log_SetFlags2
-    int letter;         // asked about
-    int level;          // asked about
-    int want;           // qz__IsLog's answer
+    const char *flags;    // given to qz__Log_SetFlags2
+    const char *queries;  // letter, level, + (logged) or - (not), separated by blanks
   } cases[] = {
-      // nothing set: only levels 0 and 9 pass
-      {"", 'O', 0, 1},
-      {"", 'O', 9, 1},
-      {"", 'O', 1, 0},
-      {"O2", 'O', 2, 1},
-      {"O2", 'O', 3, 0},
-      {"O2", 'P', 1, 0},
-      {"O2", 'P', 0, 1},
-      {"*1O3", 'A', 1, 1},
-      {"*1O3", 'Z', 1, 1},
-      {"*1O3", 'A', 2, 0},
-      {"*1O3", 'O', 3, 1},
-      {"*1O3", 'O', 4, 0},
-      {"O", 'O', 1, 1},  // a lone letter means level 1
-      {"O", 'O', 2, 0},
-      {"O12P", 'O', 12, 1},  // several digits, then a letter without a number
-      {"O12P", 'O', 13, 0},
-      {"O12P", 'P', 1, 1},
-      {"O12P", 'P', 2, 0},
-      {"*3O0", 'B', 3, 1},  // a later entry overrides "*"
-      {"*3O0", 'O', 1, 0},
-      {"*3O0", 'O', 0, 1},
-      {"o3", 'O', 1, 0},  // lower case sets nothing
-      {"o3", 'B', 1, 0},
-      // only upper-case letters are ever logged
-      {"*9", 'o', 0, 0},
-      {"*9", '@', 0, 0},
-      {"*9", '[', 0, 0},
-      {"*9", 0, 0, 0},
-      {"*9", 'A' + 256, 0, 0},
-      {"*9", -1, 0, 0},
+      {"", "O0+ O9+ O1-"},  // nothing set: only levels 0 and 9 pass
+      {"O2", "O2+ O3- P1- P0+"},
+      {"*1O3", "A1+ Z1+ A2- O3+ O4-"},
+      {"O", "O1+ O2-"},               // a lone letter means level 1
+      {"O12P", "O12+ O13- P1+ P2-"},  // several digits, then a letter without a number
+      {"*3O0", "B3+ O1- O0+"},        // a later entry overrides "*"
+      {"o3", "O1- B1-"},              // lower case sets nothing
       // levels are stored as signed 8-bit values: 200 is -56, so even level 0 is off
-      {"O200", 'O', 0, 0},
-      {"O200", 'O', 9, 0},
-      {"O200", 'O', -56, 1},
-      {"O200", 'O', -55, 0},
-      {"O256", 'O', 0, 1},  // 256 is 0
-      {"O256", 'O', 1, 0},
-      {"O127", 'O', 127, 1},
-      {"O127", 'O', 128, 0},
+      {"O200", "O0- O9- O-56+ O-55-"},
+      {"O256", "O0+ O1-"},  // 256 is 0
+      {"O127", "O127+ O128-"},
   };
   for (const auto &c : cases) {
     qz__Log_SetFlags2("*5", 0);  // each string replaces what was there
     qz__Log_SetFlags2(c.flags, 0);
-    EXPECT_EQ(qz__IsLog(c.letter, c.level), c.want)
-        << "flags \"" << c.flags << "\", " << c.letter << " " << c.level;
+    for (const char *q = c.queries; *q; q += *q == ' ') {
+      char *end;
+      int letter = *q, level = static_cast<int>(std::strtol(q + 1, &end, 10));
+      EXPECT_EQ(qz__IsLog(letter, level), *end == '+') << "flags \"" << c.flags << "\", " << q;
+      q = end + 1;
+    }
   }
+  qz__Log_SetFlags2("*9", 0);  // only upper-case letters are ever logged
+  for (int letter : {int{'o'}, int{'@'}, int{'['}, 0, 'A' + 256, -1})
+    EXPECT_EQ(qz__IsLog(letter, 0), 0) << letter;
 }
 
 TEST_F(Log, LongFormLines) {
@@ -411,17 +389,11 @@ TEST_F(Log, DumpsOfLongBuffersSkipTheMiddle) {
   }
 }
 
-TEST(LogNames, ExtractFilename) {
-  const char *path = "dll/odbc/statement.cpp";
-  EXPECT_EQ(extract_filename(path), path + 9);
-  EXPECT_STREQ(extract_filename(path), "statement.cpp");
-  const char *bare = "util.cpp";
-  EXPECT_EQ(extract_filename(bare), bare);
-  const char *dir = "dll/odbc/";
-  EXPECT_EQ(extract_filename(dir), dir + 9);
-  EXPECT_STREQ(extract_filename(dir), "");
-  EXPECT_STREQ(extract_filename("/abs"), "abs");
-  EXPECT_STREQ(extract_filename(""), "");
+TEST(LogNames, ExtractFilenamePointsPastTheLastSlash) {
+  for (const char *path : {"dll/odbc/statement.cpp", "util.cpp", "dll/odbc/", "/abs", ""}) {
+    const char *slash = std::strrchr(path, '/');
+    EXPECT_EQ(extract_filename(path), slash ? slash + 1 : path) << path;
+  }
 }
 
 // ---- the system log, for real -------------------------------------------------------
@@ -475,14 +447,10 @@ int syslog_child(int out) {
 
   qz__Log_set_fp(nullptr, 0);
   qz__Log_SetFlags2("O2", 0);
-  qz__Log('O', 0, "level %d", 0);
-  put_record(out, next_datagram(sock));
-  qz__Log('O', 1, "level %d", 1);
-  put_record(out, next_datagram(sock));
-  qz__Log('O', 9, "level %d", 9);
-  put_record(out, next_datagram(sock));
-  qz__Log('O', 2, "level %d", 2);
-  put_record(out, next_datagram(sock));
+  for (int level : {0, 1, 9, 2}) {
+    qz__Log('O', level, "level %d", level);
+    put_record(out, next_datagram(sock));
+  }
   qz__Log('O', 1, "%s", "100% sure: %s %d %n %%");
   put_record(out, next_datagram(sock));
   qz__Log('O', 1, "\nno newline");

@@ -81,19 +81,20 @@ int choosing_the_system_log_blocks_the_default_file() {
   return qz__Log_get_fp() == nullptr ? 0 : 1;
 }
 
-TEST(LogDefaults, StartState) {
-  EXPECT_EQ(run_fresh(start_state), 0);
-}
-
-TEST(LogDefaults, Flags) {
-  EXPECT_EQ(run_fresh(default_flags_apply_until_flags_are_set), 0);
-  EXPECT_EQ(run_fresh(setting_flags_without_announce_blocks_the_default), 0);
-}
-
-TEST(LogDefaults, File) {
-  EXPECT_EQ(run_fresh(default_file_applies_until_a_stream_is_set), 0);
-  EXPECT_EQ(run_fresh(set_fp_blocks_the_default_file), 0);
-  EXPECT_EQ(run_fresh(choosing_the_system_log_blocks_the_default_file), 0);
+TEST(LogDefaults, StartStateAndDefaultsEachInAFreshProcess) {
+  const struct {
+    const char *name;  // the case
+    int (*fn)();       // runs it: 0, or the number of its first failing check
+  } cases[] = {
+      {"start state", start_state},
+      {"default flags", default_flags_apply_until_flags_are_set},
+      {"flags without announce", setting_flags_without_announce_blocks_the_default},
+      {"default file", default_file_applies_until_a_stream_is_set},
+      {"set_fp", set_fp_blocks_the_default_file},
+      {"system log chosen", choosing_the_system_log_blocks_the_default_file},
+  };
+  for (const auto &c : cases)
+    EXPECT_EQ(run_fresh(c.fn), 0) << c.name;
 }
 
 }  // namespace

@@ -41,6 +41,7 @@ const Expect kTable[] = {
     {SQL_VARCHAR, "VARCHAR", SQL_C_CHAR, 11},
 };
 
+// Fixed types keep their binding whatever the precision, scale and settings.
 TEST(SqlTypes, EveryNamedTypeHasItsNameCTypeAndSize) {
   for (const Expect &e : kTable) {
     SCOPED_TRACE(e.name);
@@ -49,17 +50,11 @@ TEST(SqlTypes, EveryNamedTypeHasItsNameCTypeAndSize) {
     qz::ColumnBuffer b = qz::buffer_for_sql_type(e.sql_type, 10, 0, kDef, kMax);
     EXPECT_EQ(b.ctype, e.ctype);
     EXPECT_EQ(b.size, e.size);
-  }
-}
-
-TEST(SqlTypes, FixedTypesIgnorePrecisionAndScale) {
-  for (const Expect &e : kTable) {
-    if (e.ctype == SQL_C_CHAR) continue;
-    SCOPED_TRACE(e.name);
     for (std::uint32_t p : {0u, 9u, 38u, 100000u}) {
-      qz::ColumnBuffer b = qz::buffer_for_sql_type(e.sql_type, p, 5, 10, 20);
-      EXPECT_EQ(b.ctype, e.ctype);
-      EXPECT_EQ(b.size, e.size);
+      if (e.ctype == SQL_C_CHAR) break;
+      b = qz::buffer_for_sql_type(e.sql_type, p, 5, 10, 20);
+      EXPECT_EQ(b.ctype, e.ctype) << p;
+      EXPECT_EQ(b.size, e.size) << p;
     }
   }
 }
@@ -137,27 +132,26 @@ TEST(SqlTypes, TextSizesFollowPrecisionAndSettings) {
   }
 }
 
-TEST(SqlTypes, CTypeNames) {
-  EXPECT_STREQ(qz::c_type_name(SQL_C_CHAR), "C_CHAR");
-  EXPECT_STREQ(qz::c_type_name(SQL_C_LONG), "C_LONG");
-  EXPECT_STREQ(qz::c_type_name(SQL_C_DOUBLE), "C_DOUBLE");
-  EXPECT_STREQ(qz::c_type_name(SQL_C_DATE), "C_DATE");
-  EXPECT_STREQ(qz::c_type_name(SQL_C_TIME), "C_TIME");
-  EXPECT_STREQ(qz::c_type_name(SQL_C_TIMESTAMP), "C_TIMESTAMP");
+TEST(SqlTypes, CTypeNamesAndValueTypeCodesRoundTrip) {
+  const struct {
+    int ctype;         // C type
+    const char *name;  // its name in log lines
+    int code;          // its value type code
+  } cases[] = {{SQL_C_CHAR, "C_CHAR", qz::kValueString},
+               {SQL_C_LONG, "C_LONG", qz::kValueInteger},
+               {SQL_C_DOUBLE, "C_DOUBLE", qz::kValueReal},
+               {SQL_C_DATE, "C_DATE", qz::kValueDate},
+               {SQL_C_TIME, "C_TIME", qz::kValueTime},
+               {SQL_C_TIMESTAMP, "C_TIMESTAMP", qz::kValueTimestamp}};
+  int expected_code = 1;  // the codes are 1 to 6 in this order
+  for (const auto &c : cases) {
+    EXPECT_STREQ(qz::c_type_name(c.ctype), c.name);
+    EXPECT_EQ(c.code, expected_code++);
+    EXPECT_EQ(qz::ctype_of_value_type(c.code), c.ctype);
+    EXPECT_EQ(qz::value_type_of_ctype(c.ctype), c.code);
+  }
   for (int other : {0, 2, 3, 5, 7, 12, SQL_C_SLONG, SQL_C_TYPE_DATE, SQL_C_DEFAULT, -1})
     EXPECT_STREQ(qz::c_type_name(other), "?") << other;
-}
-
-TEST(SqlTypes, ValueTypeCodesRoundTripWithCTypes) {
-  const int ctypes[] = {SQL_C_CHAR, SQL_C_LONG, SQL_C_DOUBLE,
-                        SQL_C_DATE, SQL_C_TIME, SQL_C_TIMESTAMP};
-  const int codes[] = {qz::kValueString, qz::kValueInteger, qz::kValueReal,
-                       qz::kValueDate,   qz::kValueTime,    qz::kValueTimestamp};
-  for (int i = 0; i < 6; ++i) {
-    EXPECT_EQ(codes[i], i + 1);
-    EXPECT_EQ(qz::ctype_of_value_type(codes[i]), ctypes[i]);
-    EXPECT_EQ(qz::value_type_of_ctype(ctypes[i]), codes[i]);
-  }
   for (int bad : {0, 7, -1, 100})
     EXPECT_EQ(qz::ctype_of_value_type(bad), 0) << bad;
   for (int bad : {0, 2, SQL_C_SLONG, SQL_C_TYPE_TIMESTAMP})
@@ -191,28 +185,24 @@ TEST(SqlTypes, SetTypeBuffersByValueTypeCode) {
 }
 
 TEST(SqlTypes, BindingsOfUndescribedParameters) {
-  qz::ParamBinding t = qz::param_binding(SQL_C_CHAR, kDef);
-  EXPECT_EQ(t.ctype, SQL_C_CHAR);
-  EXPECT_EQ(t.sql_type, SQL_VARCHAR);
-  EXPECT_EQ(t.precision, 1024u);
-  EXPECT_EQ(t.size, 1025);  // texts of up to 1024 characters fit with their NUL
-  t = qz::param_binding(SQL_C_CHAR, 32767);
-  EXPECT_EQ(t.precision, 32767u);
-  EXPECT_EQ(t.size, 32768);
-  qz::ParamBinding i = qz::param_binding(SQL_C_LONG, kDef);
-  EXPECT_EQ(i.ctype, SQL_C_LONG);
-  EXPECT_EQ(i.sql_type, SQL_INTEGER);
-  EXPECT_EQ(i.precision, 10u);
-  EXPECT_EQ(i.size, 4);
-  qz::ParamBinding d = qz::param_binding(SQL_C_DOUBLE, kDef);
-  EXPECT_EQ(d.ctype, SQL_C_DOUBLE);
-  EXPECT_EQ(d.sql_type, SQL_DOUBLE);
-  EXPECT_EQ(d.precision, 15u);
-  EXPECT_EQ(d.size, 8);
-  char buf[qz::kSqlTypeNameSize];
-  EXPECT_STREQ(qz::sql_type_name(t.sql_type, buf), "VARCHAR");
-  EXPECT_STREQ(qz::sql_type_name(i.sql_type, buf), "INTEGER");
-  EXPECT_STREQ(qz::sql_type_name(d.sql_type, buf), "DOUBLE");
+  const struct {
+    int ctype, setting;       // the value's C type and the default text size
+    int sql_type;             // SQL type bound
+    std::uint32_t precision;  // precision bound
+    int size;                 // buffer size
+  } cases[] = {
+      {SQL_C_CHAR, kDef, SQL_VARCHAR, 1024, 1025},  // 1024 characters fit with their NUL
+      {SQL_C_CHAR, 32767, SQL_VARCHAR, 32767, 32768},
+      {SQL_C_LONG, kDef, SQL_INTEGER, 10, 4},
+      {SQL_C_DOUBLE, kDef, SQL_DOUBLE, 15, 8},
+  };
+  for (const auto &c : cases) {
+    qz::ParamBinding b = qz::param_binding(c.ctype, c.setting);
+    EXPECT_EQ(b.ctype, c.ctype);
+    EXPECT_EQ(b.sql_type, c.sql_type) << c.ctype;
+    EXPECT_EQ(b.precision, c.precision) << c.ctype;
+    EXPECT_EQ(b.size, c.size) << c.ctype;
+  }
   EXPECT_EQ(qz::param_binding(SQL_C_DATE, kDef).ctype, 0);
 }
 

@@ -21,32 +21,35 @@ std::string varname(const std::string &title, int column_no) {
   return std::string(out);
 }
 
-TEST(Varname, DocumentedExamples) {
-  EXPECT_EQ(varname("cust_no", 1), "Cust_no");
-  EXPECT_EQ(varname("ORDER DATE", 2), "Order_date");
-  EXPECT_EQ(varname("t.amount", 4), "T_amount");
-  EXPECT_EQ(varname("SUM(x)", 3), "Column_3");
-  EXPECT_EQ(varname("SUM(AMOUNT)", 7), "Column_7");
-  EXPECT_EQ(varname("1st", 1), "Column_1");
-}
-
-TEST(Varname, FifteenCharactersAreUsedSixteenAreNot) {
-  EXPECT_EQ(varname("abcdefghijklmno", 1), "Abcdefghijklmno");
-  EXPECT_EQ(varname("ABCDEFGHIJKLMNOP", 2), "Column_2");
-  EXPECT_EQ(varname("a.b c_d1e2f3g4h", 3), "A_b_c_d1e2f3g4h");
-  EXPECT_EQ(varname("a.b c_d1e2f3g4h5", 4), "Column_4");
-  EXPECT_EQ(varname(std::string(1023, 'a'), 9), "Column_9");
-}
-
-TEST(Varname, EmptyTitleGivesEmptyName) {
-  EXPECT_EQ(varname("", 5), "");
-}
-
-TEST(Varname, FirstCharacterMustBeALetter) {
+// The documented examples, the 15-character limit, an empty title, the first character
+// and column numbers of any size.
+TEST(Varname, ExamplesLimitAndColumnNumbers) {
+  const struct {
+    std::string title;  // column title
+    int column_no;      // its column
+    const char *name;   // variable name derived
+  } cases[] = {
+      {"cust_no", 1, "Cust_no"},
+      {"ORDER DATE", 2, "Order_date"},
+      {"t.amount", 4, "T_amount"},
+      {"SUM(x)", 3, "Column_3"},
+      {"1st", 1, "Column_1"},
+      {"abcdefghijklmno", 1, "Abcdefghijklmno"},
+      {"ABCDEFGHIJKLMNOP", 2, "Column_2"},
+      {"a.b c_d1e2f3g4h", 3, "A_b_c_d1e2f3g4h"},
+      {"a.b c_d1e2f3g4h5", 4, "Column_4"},
+      {std::string(1023, 'a'), 9, "Column_9"},
+      {"", 5, ""},
+      {"a", 1, "A"},
+      {"Z", 1, "Z"},
+      {"x y z !", 10, "Column_10"},
+      {"COUNT(*)", 2147483647, "Column_2147483647"},
+      {"COUNT(*)", -2147483647 - 1, "Column_-2147483648"},
+  };
+  for (const auto &c : cases)
+    EXPECT_EQ(varname(c.title, c.column_no), c.name) << c.title;
   for (const char *t : {"_id", ".x", " a", "9lives", "(x)", "\tname", "-a", "$a"})
     EXPECT_EQ(varname(t, 6), "Column_6") << t;
-  EXPECT_EQ(varname("a", 1), "A");
-  EXPECT_EQ(varname("Z", 1), "Z");
 }
 
 TEST(Varname, LaterCharactersAndTheirRewriting) {
@@ -57,12 +60,6 @@ TEST(Varname, LaterCharactersAndTheirRewriting) {
   EXPECT_EQ(varname("mIxEd CaSe", 1), "Mixed_case");
   for (const char *t : {"a-b", "a(b", "a$", "a#1", "a,b", "a'b", "a\"b", "a@b", "a/b"})
     EXPECT_EQ(varname(t, 8), "Column_8") << t;
-}
-
-TEST(Varname, ColumnNumbersOfAnySize) {
-  EXPECT_EQ(varname("x y z !", 10), "Column_10");
-  EXPECT_EQ(varname("COUNT(*)", 2147483647), "Column_2147483647");
-  EXPECT_EQ(varname("COUNT(*)", -2147483647 - 1), "Column_-2147483648");
 }
 
 TEST(Varname, BytesAbove127StopTheExamination) {

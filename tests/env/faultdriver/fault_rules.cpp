@@ -1,9 +1,11 @@
-// Fault rules: the parser of their text form, call matching, and connection string
-// attributes. Shared by the fault driver and the libodbc interposer.
+// Fault rules: the parser of their text form, call matching, connection string attributes
+// and the copying of diagnostic texts into ODBC buffers. Shared by the fault driver and the
+// libodbc interposer.
 #include "fault_rules.hpp"
 
 #include <cctype>
 #include <cstdlib>
+#include <cstring>
 
 namespace qz::fault {
 
@@ -244,6 +246,15 @@ std::string join_attributes(const std::vector<Attribute> &attrs) {
     if (a.assigned) out += "=" + a.value;
   }
   return out;
+}
+
+void copy_text(const std::string &text, unsigned char *buf, short size, short *len) {
+  if (len) *len = static_cast<short>(text.size());
+  if (buf && size > 0) {
+    size_t n = text.size() < static_cast<size_t>(size) ? text.size() : size - 1;
+    std::memcpy(buf, text.data(), n);
+    buf[n] = 0;
+  }
 }
 
 }  // namespace qz::fault

@@ -60,4 +60,17 @@ std::string join_attributes(const std::vector<Attribute> &attrs);
 
 bool iequals(std::string_view a, std::string_view b);
 
+// The injected diagnostic record of a handle's last call.
+struct Pending {
+  int rc;                // return code of the failed call
+  std::string sqlstate;  // five characters
+  int native;            // native error code
+  std::string message;   // message text
+  bool drained = false;  // handed out already: the handle has no more records
+};
+
+// Copies `text` into an ODBC output buffer of `size` bytes (cut to fit, NUL-terminated) and
+// its full length into `len`; either may be null.
+void copy_text(const std::string &text, unsigned char *buf, short size, short *len);
+
 }  // namespace qz::fault

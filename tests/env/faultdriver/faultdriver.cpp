@@ -185,21 +185,14 @@
 
 namespace {
 
+using qz::fault::copy_text;
+using qz::fault::Pending;
 using qz::fault::Rule;
 
 // State of one driver connection handle.
 struct Conn {
   std::vector<Rule> rules;  // faults from the connection string
   std::string trace;        // file that gets one line per driver call; empty: none
-};
-
-// The injected diagnostic record of a handle's last call.
-struct Pending {
-  int rc;                // return code of the failed call
-  std::string sqlstate;  // five characters
-  int native;            // native error code
-  std::string message;   // message text
-  bool drained = false;  // SQLError has handed it out: the handle has no more records
 };
 
 std::mutex state_mutex;                   // guards the three maps
@@ -300,15 +293,6 @@ SQLRETURN inject(void *handle, const Rule &r) {
   std::lock_guard<std::mutex> lock(state_mutex);
   pending_diags[handle] = Pending{r.rc, r.sqlstate, r.native, r.message, false};
   return static_cast<SQLRETURN>(r.rc);
-}
-
-void copy_text(const std::string &text, SQLCHAR *buf, SQLSMALLINT size, SQLSMALLINT *len) {
-  if (len) *len = static_cast<SQLSMALLINT>(text.size());
-  if (buf && size > 0) {
-    size_t n = text.size() < static_cast<size_t>(size) ? text.size() : size - 1;
-    std::memcpy(buf, text.data(), n);
-    buf[n] = 0;
-  }
 }
 
 // Traces a call of `fn` that was not injected and returns its code.

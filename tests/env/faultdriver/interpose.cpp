@@ -66,15 +66,9 @@
 
 namespace {
 
+using qz::fault::copy_text;
+using qz::fault::Pending;
 using qz::fault::Rule;
-
-// The injected diagnostic record of a handle's last call.
-struct Pending {
-  std::string sqlstate;  // five characters
-  int native;            // native error code
-  std::string message;   // message text
-  bool drained;          // handed out already: the handle has no more records
-};
 
 #define QZ_NAME(name, params, args) #name,
 const std::vector<std::string_view> function_names = {QZ_INTERPOSED(QZ_NAME) "SQLAllocEnv",
@@ -124,7 +118,7 @@ bool find_fault(const char *fn, void *handle, Rule &out) {
 SQLRETURN inject(void *handle, const Rule &r) {
   if (handle) {
     std::lock_guard<std::mutex> lock(state_mutex);
-    pending_diags[handle] = Pending{r.sqlstate, r.native, r.message, false};
+    pending_diags[handle] = Pending{r.rc, r.sqlstate, r.native, r.message, false};
   }
   return static_cast<SQLRETURN>(r.rc);
 }
@@ -138,15 +132,6 @@ SQLRETURN forward(const char *fn, void *handle, Call next_call) {
     if (rc != SQL_SUCCESS && rc != SQL_SUCCESS_WITH_INFO) return rc;
   }
   return inject(handle, r);
-}
-
-void copy_text(const std::string &text, SQLCHAR *buf, SQLSMALLINT size, SQLSMALLINT *len) {
-  if (len) *len = static_cast<SQLSMALLINT>(text.size());
-  if (buf && size > 0) {
-    size_t n = text.size() < static_cast<size_t>(size) ? text.size() : size - 1;
-    std::memcpy(buf, text.data(), n);
-    buf[n] = 0;
-  }
 }
 
 }  // namespace

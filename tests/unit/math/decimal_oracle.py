@@ -1,22 +1,22 @@
 #!/usr/bin/env python3
-"""Writes test vectors for the decimal library: random operands and the results the
-library must give, computed here with exact integer arithmetic and Python's decimal
-module from the documented rules (rounding half away from zero on the guard digit, the
-truncations of multiplication and division, the text and double conversions). Nothing
-here is taken from the C++ code.
-
-usage: decimal_oracle.py OUTPUT [COUNT_PER_OPERATION] [SEED]
-
-Vector file: a sequence of records, each a tag byte and a fixed payload (little endian):
-  1 add, 2 sub, 3 mul, 4 div: a(12) b(12) expected(12) code(i32)
-  5 round, 6 trunc:          v(12) places(i32) expected(12) code(i32)
-  7 cvasc:                   length(i32) text(length) expected(12) code(i32)
-  8 cvdbl:                   double(8) expected(12) code(i32)
-  9 todbl:                   v(12) double(8)
-"""
+# Writes test vectors for the decimal library: random operands and the results the
+# library must give, computed here with exact integer arithmetic and Python's decimal
+# module from the documented rules (rounding half away from zero on the guard digit, the
+# truncations of multiplication and division, the text and double conversions). Nothing
+# here is taken from the C++ code.
+#
+# usage: decimal_oracle.py OUTPUT [COUNT_PER_OPERATION] [SEED]
+#
+# Vector file: a sequence of records, each a tag byte and a fixed payload (little endian):
+# 1 add, 2 sub, 3 mul, 4 div: a(12) b(12) expected(12) code(i32)
+# 5 round, 6 trunc:          v(12) places(i32) expected(12) code(i32)
+# 7 cvasc:                   length(i32) text(length) expected(12) code(i32)
+# 8 cvdbl:                   double(8) expected(12) code(i32)
+# 9 todbl:                   v(12) double(8)
 
 import decimal
 import fractions
+import os
 import random
 import struct
 import sys
@@ -27,7 +27,7 @@ NULL_POS = 255
 
 
 class Rec:
-    """A decimal record: exponent, sign byte, base-100 digits (and junk bytes after)."""
+    # A decimal record: exponent, sign byte, base-100 digits (and junk bytes after).
 
     __slots__ = ("exp", "pos", "digits", "junk")
 
@@ -65,7 +65,7 @@ def base100(n):
 
 
 def magnitude(r):
-    """(N, s) with |value| = N * 100**s."""
+    # (N, s) with |value| = N * 100**s.
     n = 0
     for d in r.digits:
         n = n * 100 + d
@@ -79,8 +79,8 @@ def value(r):
 
 
 def record(neg, n, s):
-    """The normalised record of (-1 if neg) * n * 100**s rounded half away from zero to
-    eight base-100 digits, and the range code (exponent clamped, digits kept)."""
+    # The normalised record of (-1 if neg) * n * 100**s rounded half away from zero to
+    # eight base-100 digits, and the range code (exponent clamped, digits kept).
     if n == 0:
         return Rec(0, 1, []), 0
     digits = base100(n)
@@ -159,10 +159,10 @@ def op_mul(a, b):
 
 
 def op_div(a, b):
-    """Long division as documented: quotient digit by digit from a two-digit trial
-    divisor, the running remainder kept in nine places, the divisor cut at place 9 with
-    only the hundreds of the first product past it, and the exponent lowered once when
-    the first quotient digit is 0."""
+    # Long division as documented: quotient digit by digit from a two-digit trial
+    # divisor, the running remainder kept in nine places, the divisor cut at place 9 with
+    # only the hundreds of the first product past it, and the exponent lowered once when
+    # the first quotient digit is 0.
     if a.null or b.null:
         return NULL, 0
     if b.zero:
@@ -221,8 +221,8 @@ def op_div(a, b):
 
 
 def div_summary(a, b):
-    """The documented outcome in exact terms: nine quotient places rounded on the ninth,
-    or eight truncated when the first place is 0."""
+    # The documented outcome in exact terms: nine quotient places rounded on the ninth,
+    # or eight truncated when the first place is 0.
     na, sa = magnitude(a)
     nb, sb = magnitude(b)
     wexp = a.exp - b.exp + 1
@@ -240,8 +240,8 @@ def div_summary(a, b):
 
 
 def exact_places(neg, n, s, places, mode):
-    """Round half away (mode 'round') or truncate value n * 100**s to `places` decimal
-    places; returns the record of the result."""
+    # Round half away (mode 'round') or truncate value n * 100**s to `places` decimal
+    # places; returns the record of the result.
     # value * 10**places = n * 100**s * 10**places
     num, den = n, 1
     e10 = 2 * s + places
@@ -259,8 +259,8 @@ def exact_places(neg, n, s, places, mode):
 
 
 def to_places(mode):
-    """decround (mode 'round') or dectrunc (mode 'trunc'): a value with no digit past the
-    place is returned as it is."""
+    # decround (mode 'round') or dectrunc (mode 'trunc'): a value with no digit past the
+    # place is returned as it is.
     def op(v, places):
         if places < 0:
             return v, NEGPLACES
@@ -272,9 +272,9 @@ def to_places(mode):
 
 
 def text_value(neg, figures, decpt):
-    """The record of the text 0.<figures> x 10**decpt: the first 18 significant figures
-    kept, laid out in base-100 digits from the decimal point (a single figure first when
-    decpt is odd), nine digits in the working record, then rounded."""
+    # The record of the text 0.<figures> x 10**decpt: the first 18 significant figures
+    # kept, laid out in base-100 digits from the decimal point (a single figure first when
+    # decpt is odd), nine digits in the working record, then rounded.
     figures = figures[:18]
     if not figures:
         return Rec(0, 0 if neg else 1, []), 0
@@ -292,7 +292,7 @@ def text_value(neg, figures, decpt):
 
 
 def op_cvdbl(d):
-    """The double's 15 significant figures, correctly rounded, laid out like a text's."""
+    # The double's 15 significant figures, correctly rounded, laid out like a text's.
     if d == 0:
         return ZERO, 0
     mant, e = format(abs(d), ".14e").split("e")
@@ -318,7 +318,7 @@ DIGIT_COUNTS = (1, 1, 2, 3, 4, 5, 6, 7, 8, 8, 8, 8)
 
 
 def rand_digit(rng):
-    """Mostly uniform, often a digit that makes carries and rounding boundaries."""
+    # Mostly uniform, often a digit that makes carries and rounding boundaries.
     c = rng.random()
     if c < 0.55:
         return int(c * (100 / 0.55))
@@ -367,7 +367,7 @@ def rand_pair(rng):
 
 
 def rand_text(rng):
-    """A text and its expected record and code, built from parts whose meaning is known."""
+    # A text and its expected record and code, built from parts whose meaning is known.
     c = rng.random()
     if c < 0.01:
         t = " " * rng.randrange(5)
@@ -451,60 +451,67 @@ def rand_todbl_rec(rng):
 # ---- writing -------------------------------------------------------------------------------
 
 
+def i32(n):
+    return struct.pack("<i", n)
+
+
+def check_div_model(a, b, r, worst):
+    # The long-division model against the exact quotient: the remainder keeps nine places,
+    # so each of the seven steps whose divisor reaches past place 9 leaves it off by less than
+    # two units of place 8, and the last quotient digit strays by at most about fourteen units
+    # (seven are seen in a million quotients). Returns the larger of `worst` and this stray.
+    if a.null or b.null or b.zero or a.zero:
+        return worst
+    s, _ = div_summary(a, b)
+    if (r.exp, r.pos, r.digits) == (s.exp, s.pos, s.digits):
+        return worst
+    units = abs(value(r) - value(s)) / fractions.Fraction(100) ** (s.exp - 8)
+    if units > 16:
+        sys.exit("division model strays from the exact quotient: %s %s" % (a.pack().hex(),
+                                                                          b.pack().hex()))
+    return max(worst, units)
+
+
+def vectors(rng, count, stats):
+    # Every vector as its tag byte and payload, `count` per operation.
+    for tag, fn in ((1, op_add), (2, op_sub), (3, op_mul), (4, op_div)):
+        for _ in range(count):
+            a, b = rand_pair(rng)
+            r, code = fn(a, b)
+            if tag == 4:
+                stats["worst"] = check_div_model(a, b, r, stats["worst"])
+            yield tag, a.pack() + b.pack() + r.pack() + i32(code)
+    for tag, fn in ((5, to_places("round")), (6, to_places("trunc"))):
+        for _ in range(count):
+            v = rand_rec(rng, -12, 12) if rng.random() < 0.9 else rand_rec(rng)
+            if rng.random() < 0.01:
+                v = rng.choice((NULL, ZERO))
+            places = rng.choice((rng.randint(0, 20), rng.randint(0, 40), -1, rng.randint(0, 5)))
+            r, code = fn(v, places)
+            yield tag, v.pack() + i32(places) + r.pack() + i32(code)
+    for _ in range(count):
+        text, r, code = rand_text(rng)
+        yield 7, i32(len(text.encode())) + text.encode() + r.pack() + i32(code)
+    for _ in range(count):
+        d = rand_double(rng)
+        r, code = op_cvdbl(d)
+        yield 8, struct.pack("<d", d) + r.pack() + i32(code)
+    for _ in range(count):
+        v = rand_todbl_rec(rng)
+        yield 9, v.pack() + struct.pack("<d", op_todbl(v))
+
+
 def main():
     out = sys.argv[1]
     count = int(sys.argv[2]) if len(sys.argv) > 2 else 100000
-    seed = int(sys.argv[3]) if len(sys.argv) > 3 else 20261123
-    rng = random.Random(seed)
-    ops = ((1, op_add), (2, op_sub), (3, op_mul), (4, op_div))
-    div_differs = 0
-    div_worst = 0
+    rng = random.Random(int(sys.argv[3]) if len(sys.argv) > 3 else 20261123)
+    stats = {"worst": 0}
     with open(out + ".tmp", "wb") as f:
-        for tag, fn in ops:
-            for _ in range(count):
-                a, b = rand_pair(rng)
-                r, code = fn(a, b)
-                if tag == 4 and not (a.null or b.null or b.zero or a.zero):
-                    s, scode = div_summary(a, b)
-                    if (r.exp, r.pos, r.digits) != (s.exp, s.pos, s.digits):
-                        div_differs += 1
-                        units = (value(r) - value(s)) / fractions.Fraction(100) ** (s.exp - 8)
-                        div_worst = max(div_worst, abs(units))
-                        # The remainder keeps nine places: each of the seven steps whose
-                        # divisor reaches past place 9 leaves it off by less than two units
-                        # of place 8, so the last quotient digit strays by at most about
-                        # fourteen units (seven are seen in a million quotients).
-                        if abs(units) > 16:
-                            sys.exit("division model strays from the exact quotient: %s %s"
-                                     % (a.pack().hex(), b.pack().hex()))
-                f.write(bytes([tag]) + a.pack() + b.pack() + r.pack() + struct.pack("<i", code))
-        for tag, fn in ((5, to_places("round")), (6, to_places("trunc"))):
-            for _ in range(count):
-                v = rand_rec(rng, -12, 12) if rng.random() < 0.9 else rand_rec(rng)
-                if rng.random() < 0.01:
-                    v = rng.choice((NULL, ZERO))
-                places = rng.choice((rng.randint(0, 20), rng.randint(0, 40), -1, rng.randint(0, 5)))
-                r, code = fn(v, places)
-                f.write(bytes([tag]) + v.pack() + struct.pack("<i", places) + r.pack() +
-                        struct.pack("<i", code))
-        for _ in range(count):
-            text, r, code = rand_text(rng)
-            raw = text.encode()
-            f.write(bytes([7]) + struct.pack("<i", len(raw)) + raw + r.pack() +
-                    struct.pack("<i", code))
-        for _ in range(count):
-            d = rand_double(rng)
-            r, code = op_cvdbl(d)
-            f.write(bytes([8]) + struct.pack("<d", d) + r.pack() + struct.pack("<i", code))
-        for _ in range(count):
-            v = rand_todbl_rec(rng)
-            f.write(bytes([9]) + v.pack() + struct.pack("<d", op_todbl(v)))
-    import os
+        for tag, payload in vectors(rng, count, stats):
+            f.write(bytes([tag]) + payload)
     os.replace(out + ".tmp", out)
-    print("wrote %d vectors per operation to %s; division: %d of %d quotients differ from "
-          "the exact quotient's first eight or nine places, by at most %s units of the last "
-          "digit (the remainder is kept in nine places)" % (count, out, div_differs, count,
-                                                           div_worst))
+    print("wrote %d vectors per operation to %s; division quotients stray from the exact "
+          "quotient by at most %s units of the last digit" % (count, out, stats["worst"]))
 
 
 if __name__ == "__main__":

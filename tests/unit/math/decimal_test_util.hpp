@@ -4,6 +4,7 @@
 
 #include <gtest/gtest.h>
 
+#include <cstdint>
 #include <cstring>
 #include <initializer_list>
 #include <ostream>
@@ -68,3 +69,28 @@ inline bool bytes_equal(const t_DECIMAL &a, const t_DECIMAL &b) {
 }
 
 #define EXPECT_DEC(actual, expected) EXPECT_PRED2(same, actual, expected)
+
+// A small deterministic generator (xorshift) of numbers and of records in normal form.
+struct Rng {
+  uint64_t s;  // xorshift state
+  uint64_t next() {
+    s ^= s << 13;
+    s ^= s >> 7;
+    s ^= s << 17;
+    return s;
+  }
+  int below(int n) { return static_cast<int>(next() % static_cast<uint64_t>(n)); }
+  t_DECIMAL record(int lo, int hi) {
+    t_DECIMAL v;
+    std::memset(&v, 0, sizeof v);
+    int n = 1 + below(8);
+    for (int i = 0; i < n; ++i)
+      v.dec_dgts[i] = static_cast<uint8_t>(below(3) == 0 ? 99 : below(100));
+    if (v.dec_dgts[0] == 0) v.dec_dgts[0] = 1;
+    if (v.dec_dgts[n - 1] == 0) v.dec_dgts[n - 1] = 7;
+    v.dec_ndgts = static_cast<int8_t>(n);
+    v.dec_exp = static_cast<int16_t>(lo + below(hi - lo + 1));
+    v.dec_pos = static_cast<uint8_t>(below(2));
+    return v;
+  }
+};

@@ -8,6 +8,8 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <fstream>
+#include <iterator>
 #include <map>
 #include <string>
 #include <vector>
@@ -48,21 +50,14 @@ struct Reader {
     std::memcpy(to, buf.data() + at, n);
     at += n;
   }
-  t_DECIMAL rec() {
-    t_DECIMAL v;
+  template <class T>
+  T get() {
+    T v;
     take(&v, sizeof v);
     return v;
   }
-  int32_t i32() {
-    int32_t v;
-    take(&v, sizeof v);
-    return v;
-  }
-  double dbl() {
-    double v;
-    take(&v, sizeof v);
-    return v;
-  }
+  t_DECIMAL rec() { return get<t_DECIMAL>(); }
+  int32_t i32() { return get<int32_t>(); }
 };
 
 std::string hex(const void *p, size_t n) {
@@ -103,14 +98,9 @@ struct Tally {
 TEST(DecimalOracle, LibraryAgreesWithTheOracleOnEveryVector) {
   const char *path = std::getenv("QZ_MATH_VECTORS");
   ASSERT_NE(path, nullptr) << "QZ_MATH_VECTORS names the oracle's vector file";
-  std::FILE *f = std::fopen(path, "rb");
-  ASSERT_NE(f, nullptr) << path;
-  std::vector<unsigned char> buf;
-  unsigned char chunk[1 << 16];
-  size_t n;
-  while ((n = std::fread(chunk, 1, sizeof chunk, f)) > 0)
-    buf.insert(buf.end(), chunk, chunk + n);
-  std::fclose(f);
+  std::ifstream file(path, std::ios::binary);
+  ASSERT_TRUE(file) << path;
+  const std::vector<unsigned char> buf{std::istreambuf_iterator<char>(file), {}};
 
   std::map<int, Tally> tally;
   Reader in{buf, 0, true};
@@ -157,7 +147,7 @@ TEST(DecimalOracle, LibraryAgreesWithTheOracleOnEveryVector) {
         break;
       }
       case kCvDbl: {
-        double d = in.dbl();
+        double d = in.get<double>();
         t_DECIMAL want = in.rec(), got;
         int code = in.i32();
         int rc = deccvdbl(d, &got);
@@ -168,7 +158,7 @@ TEST(DecimalOracle, LibraryAgreesWithTheOracleOnEveryVector) {
       }
       case kToDbl: {
         t_DECIMAL v = in.rec();
-        double want = in.dbl(), got = -1;
+        double want = in.get<double>(), got = -1;
         m_to_dbl(&v, &got);
         if (std::memcmp(&got, &want, sizeof got) != 0) {
           char text[80];

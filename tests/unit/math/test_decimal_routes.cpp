@@ -1,7 +1,7 @@
 // The direct conversions against the text routes they replace, on ten million random
 // operands each: m_to_dbl against m_gcvt (14 figures) then strtod, and deccvdbl against
 // deccvreal with 15 figures (the C library's exact "%.14e"). The results must be
-// bit-identical, in every build.
+// bit-identical, in every build and, through the text routes, in every rounding mode.
 #include <gtest/gtest.h>
 
 #include <cfenv>
@@ -14,19 +14,6 @@
 #include "decimal_test_util.hpp"
 
 namespace {
-
-constexpr long kCount = 10000000;  // operands per route
-
-struct Rng {
-  uint64_t s;  // xorshift state
-  uint64_t next() {
-    s ^= s << 13;
-    s ^= s >> 7;
-    s ^= s << 17;
-    return s;
-  }
-  int below(int n) { return static_cast<int>(next() % static_cast<uint64_t>(n)); }
-};
 
 // Records of every shape, biased towards the exponents programs use and towards digits
 // that put the fifteenth figure on a rounding tie.
@@ -41,8 +28,7 @@ t_DECIMAL random_record(Rng &rng) {
   if (v.dec_dgts[0] == 0) v.dec_dgts[0] = static_cast<uint8_t>(1 + rng.below(99));
   if (v.dec_dgts[n - 1] == 0) v.dec_dgts[n - 1] = 50;
   v.dec_ndgts = static_cast<int8_t>(n);
-  int c = rng.below(4);
-  v.dec_exp = static_cast<int16_t>(c == 0 ? rng.below(128) - 64 : rng.below(25) - 12);
+  v.dec_exp = static_cast<int16_t>(rng.below(4) == 0 ? rng.below(128) - 64 : rng.below(25) - 12);
   v.dec_pos = static_cast<uint8_t>(rng.below(2));
   return v;
 }
@@ -53,8 +39,7 @@ double random_double(Rng &rng) {
   double d;
   if (c == 0) {  // any finite double
     std::memcpy(&d, &bits, sizeof d);
-    if (d != d || d - d != 0) d = 1.25;
-    return d;
+    return d != d || d - d != 0 ? 1.25 : d;
   }
   if (c == 1) {  // 16-figure integers: exact ties at the fifteenth figure
     uint64_t n = 1000000000000000ull + bits % 8000000000000000ull;
@@ -74,79 +59,64 @@ double random_double(Rng &rng) {
   return (rng.below(2) ? m : -m) * scale[rng.below(271)];
 }
 
+// One random record through both routes to double; a description when they differ.
+std::string record_route_difference(Rng &rng) {
+  t_DECIMAL v = random_record(rng);
+  double direct = 0;
+  char buf[32];
+  m_to_dbl(&v, &direct);
+  m_gcvt(&v, 14, buf);
+  double text = std::strtod(buf, nullptr);
+  return std::memcmp(&direct, &text, sizeof direct) == 0 ? "" : show(v) + " " + buf;
+}
+
+// One random double through both routes to a record; a description when they differ.
+std::string double_route_difference(Rng &rng) {
+  double d = random_double(rng);
+  t_DECIMAL direct, text;
+  std::memset(&direct, 0, sizeof direct);
+  std::memset(&text, 0, sizeof text);
+  int rc1 = deccvdbl(d, &direct), rc2 = deccvreal(d, 15, &text);
+  if (rc1 == rc2 && bytes_equal(direct, text)) return "";
+  char buf[40];
+  std::snprintf(buf, sizeof buf, "%.17g", d);
+  return std::string(buf) + ": " + show(direct) + " vs " + show(text);
+}
+
 // Operands per route: ten million unless QZ_ROUTES_COUNT says otherwise (the sanitizer
 // and the emulated i386 builds register the test with fewer).
 long route_count() {
   const char *env = std::getenv("QZ_ROUTES_COUNT");
-  return env ? std::atol(env) : kCount;
+  return env ? std::atol(env) : 10000000;
 }
 
-TEST(DecimalRoutes, RecordToDoubleMatchesTheTextRoute) {
-  Rng rng{0xD1B54A32D192ED03ull};
-  long differ = 0;
-  std::string first;
+TEST(DecimalRoutes, DirectConversionsMatchTheTextRoutes) {
+  Rng records{0xD1B54A32D192ED03ull}, doubles{0x2545F4914F6CDD1Dull};
+  long differ[2] = {0, 0};
+  std::string first[2];
   for (long i = 0, n = route_count(); i < n; ++i) {
-    t_DECIMAL v = random_record(rng);
-    double direct = 0, text = 0;
-    char buf[32];
-    m_to_dbl(&v, &direct);
-    m_gcvt(&v, 14, buf);
-    text = std::strtod(buf, nullptr);
-    if (std::memcmp(&direct, &text, sizeof direct) != 0 && differ++ == 0)
-      first = show(v) + " " + buf;
-  }
-  EXPECT_EQ(differ, 0) << "first: " << first;
-}
-
-TEST(DecimalRoutes, DoubleToRecordMatchesTheTextRoute) {
-  Rng rng{0x2545F4914F6CDD1Dull};
-  long differ = 0;
-  std::string first;
-  for (long i = 0, n = route_count(); i < n; ++i) {
-    double d = random_double(rng);
-    t_DECIMAL direct, text;
-    std::memset(&direct, 0, sizeof direct);
-    std::memset(&text, 0, sizeof text);
-    int rc1 = deccvdbl(d, &direct);
-    int rc2 = deccvreal(d, 15, &text);
-    if ((rc1 != rc2 || !bytes_equal(direct, text)) && differ++ == 0) {
-      char buf[40];
-      std::snprintf(buf, sizeof buf, "%.17g", d);
-      first = std::string(buf) + ": " + show(direct) + " vs " + show(text);
+    for (int route = 0; route < 2; ++route) {
+      std::string d =
+          route == 0 ? record_route_difference(records) : double_route_difference(doubles);
+      if (!d.empty() && differ[route]++ == 0) first[route] = d;
     }
   }
-  EXPECT_EQ(differ, 0) << "first: " << first;
+  EXPECT_EQ(differ[0], 0) << "record to double, first: " << first[0];
+  EXPECT_EQ(differ[1], 0) << "double to record, first: " << first[1];
 }
-
-}  // namespace
-
-namespace {
 
 // A program that switched the rounding mode gets the text routes: the C library's
 // conversions follow the mode, the direct ones would not.
 TEST(DecimalRoutes, OtherRoundingModesTakeTheTextRoute) {
   Rng rng{99};
-  long differ = 0;
   for (int mode : {FE_UPWARD, FE_DOWNWARD, FE_TOWARDZERO}) {
-    for (int i = 0; i < 20000; ++i) {
-      double d = random_double(rng);
-      t_DECIMAL direct, text;
-      std::memset(&direct, 0, sizeof direct);
-      std::memset(&text, 0, sizeof text);
-      t_DECIMAL v = random_record(rng);
-      double x = 0, y = 0;
-      char buf[32];
-      std::fesetround(mode);
-      int rc1 = deccvdbl(d, &direct);
-      int rc2 = deccvreal(d, 15, &text);
-      m_to_dbl(&v, &x);
-      m_gcvt(&v, 14, buf);
-      y = std::strtod(buf, nullptr);
-      std::fesetround(FE_TONEAREST);
-      if (rc1 != rc2 || !bytes_equal(direct, text) || std::memcmp(&x, &y, sizeof x) != 0) ++differ;
-    }
+    long differ = 0;
+    std::fesetround(mode);
+    for (int i = 0; i < 20000; ++i)
+      differ += !record_route_difference(rng).empty() + !double_route_difference(rng).empty();
+    std::fesetround(FE_TONEAREST);
+    EXPECT_EQ(differ, 0) << "rounding mode " << mode;
   }
-  EXPECT_EQ(differ, 0);
 }
 
 }  // namespace
