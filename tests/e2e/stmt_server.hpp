@@ -126,8 +126,14 @@ class Server {
   void run(int conn, const std::string &sql) {
     int id = 0;
     ASSERT_EQ(direct(conn, sql, id), qz::kOk) << sql << "\n" << s.stderr_text();
-    EXPECT_EQ(call("DropStatement", {Arg::integer(id)}), qz::kOk);
+    EXPECT_EQ(drop(id), qz::kOk);
   }
+  // SetParam of statement `stmt` with the further arguments `rest`; DropStatement.
+  int set_param(int stmt, std::vector<Arg> rest) {
+    rest.insert(rest.begin(), Arg::integer(stmt));
+    return call("SetParam", rest);
+  }
+  int drop(int stmt) { return call("DropStatement", {Arg::integer(stmt)}); }
   // Executes with the given values bound as parameters 1..n.
   int execute(int stmt, std::vector<Arg> values = {}) {
     values.insert(values.begin(), Arg::integer(stmt));
