@@ -1,5 +1,5 @@
 // The ODBC test environment itself, checked through the driver manager with the ODBC 2.x
-// calls the server makes: that every form of fault rule reaches the application as
+// calls the server makes: that the forms of fault rule reach the application as
 // tests/env/README.md describes, that the driver trace records what tests count, and that
 // the PostgreSQL test database keeps LATIN1 bytes. The server tests cover the rest.
 #include <gtest/gtest.h>
