@@ -134,6 +134,9 @@ class Server {
     return call("SetParam", rest);
   }
   int drop(int stmt) { return call("DropStatement", {Arg::integer(stmt)}); }
+  int set_type(int stmt, int col, int type) {
+    return call("SetColumnType", {Arg::integer(stmt), Arg::integer(col), Arg::integer(type)});
+  }
   // Executes with the given values bound as parameters 1..n.
   int execute(int stmt, std::vector<Arg> values = {}) {
     values.insert(values.begin(), Arg::integer(stmt));
@@ -170,6 +173,11 @@ class Server {
     int st = call("GetData", {Arg::integer(stmt), Arg::integer(col), Arg::real_var(-99.0)});
     *out = last.args[2].as_double();
     return st;
+  }
+  int int_data(int stmt, int col) {
+    int v = 0;
+    EXPECT_EQ(get_int(stmt, col, &v), qz::kOk) << "column " << col << "\n" << s.stderr_text();
+    return v;
   }
   std::string text(int stmt, int col) {
     std::string v;

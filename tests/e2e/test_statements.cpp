@@ -87,14 +87,12 @@ TEST_P(StatementLife, DisconnectWaitsForTheLastStatement) {
   int stmt = 0;
   ASSERT_EQ(srv.direct(conn, "SELECT a FROM " + t + " ORDER BY a", stmt), qz::kOk);
   EXPECT_EQ(srv.call("Disconnect", {Arg::integer(conn)}), qz::kOk);
-  int row = 0, v = 0;
+  int row = 0;
   ASSERT_EQ(srv.fetch(stmt, &row), qz::kOk);
   EXPECT_EQ(row, 1);
-  EXPECT_EQ(srv.get_int(stmt, 1, &v), qz::kOk);
-  EXPECT_EQ(v, 1);
+  EXPECT_EQ(srv.int_data(stmt, 1), 1);
   ASSERT_EQ(srv.fetch(stmt, &row), qz::kOk);
-  EXPECT_EQ(srv.get_int(stmt, 1, &v), qz::kOk);
-  EXPECT_EQ(v, 2);
+  EXPECT_EQ(srv.int_data(stmt, 1), 2);
   EXPECT_EQ(pg() ? pg_sessions(app) : "1\n", "1\n");
   EXPECT_EQ(srv.drop(stmt), qz::kOk);
   EXPECT_EQ(pg() ? pg_sessions_left(app) : "0\n", "0\n");
@@ -378,27 +376,20 @@ TEST_P(Results, TextSizesAndRebinding) {
   ASSERT_EQ(srv.direct(conn, select, wide), qz::kOk);
   ASSERT_EQ(srv.fetch(wide), qz::kOk);
   EXPECT_EQ(srv.text(wide, 2), long_text);
-  int v = 0;
 
   // SetColumnType: the current row reads as NULL until the next fetch.
   EXPECT_EQ(srv.value("GetColumnType", wide, 3), 1);
-  EXPECT_EQ(srv.call("SetColumnType", {Arg::integer(wide), Arg::integer(3), Arg::integer(1)}),
-            qz::kOk);  // already text: nothing changes
+  EXPECT_EQ(srv.set_type(wide, 3, 1), qz::kOk);  // already text: nothing changes
   EXPECT_EQ(srv.text(wide, 3), "123");
   for (int bad : {0, 7})
-    EXPECT_EQ(srv.call("SetColumnType", {Arg::integer(wide), Arg::integer(3), Arg::integer(bad)}),
-              qz::kBadArgument);
-  EXPECT_EQ(srv.call("SetColumnType", {Arg::integer(wide), Arg::integer(4), Arg::integer(2)}),
-            qz::kNoSuchColumn);
-  EXPECT_EQ(srv.call("SetColumnType", {Arg::integer(wide), Arg::integer(3), Arg::integer(2)}),
-            qz::kOk);
+    EXPECT_EQ(srv.set_type(wide, 3, bad), qz::kBadArgument);
+  EXPECT_EQ(srv.set_type(wide, 4, 2), qz::kNoSuchColumn);
+  EXPECT_EQ(srv.set_type(wide, 3, 2), qz::kOk);
   EXPECT_EQ(srv.value("GetColumnType", wide, 3), 2);
-  EXPECT_EQ(srv.get_int(wide, 3, &v), qz::kOk);
-  EXPECT_EQ(v, 0);
+  EXPECT_EQ(srv.int_data(wide, 3), 0);
   EXPECT_EQ(srv.value("IsNull", wide, 3), 1);
   ASSERT_EQ(srv.fetch(wide), qz::kOk);
-  EXPECT_EQ(srv.get_int(wide, 3, &v), qz::kOk);
-  EXPECT_EQ(v, 456);
+  EXPECT_EQ(srv.int_data(wide, 3), 456);
   EXPECT_EQ(srv.text(wide, 3), "456");
   srv.stop_cleanly();
 }
@@ -490,14 +481,8 @@ TEST_P(Storage, CharacterSetsAreMappedBothWays) {
 
   int sel = 0;
   ASSERT_EQ(srv.direct(conn, "SELECT s AS \"caf\xC5\" FROM " + t + " ORDER BY k", sel), qz::kOk);
-  ASSERT_EQ(
-      srv.call("GetColumnTitle", {Arg::integer(sel), Arg::integer(1), Arg::string_var("", 20)}),
-      qz::kOk);
-  EXPECT_EQ(srv.last.args[2].as_string(), "caf\xC5");
-  ASSERT_EQ(
-      srv.call("GetColumnVarName", {Arg::integer(sel), Arg::integer(1), Arg::string_var("", 20)}),
-      qz::kOk);
-  EXPECT_EQ(srv.last.args[2].as_string(), "Column_1");  // a byte above 127 in the title
+  EXPECT_EQ(srv.str_of("GetColumnTitle", sel, 1), "caf\xC5");
+  EXPECT_EQ(srv.str_of("GetColumnVarName", sel, 1), "Column_1");  // a byte above 127 in the title
   std::string packed;
   ASSERT_EQ(srv.fetch_packed(sel, &packed), qz::kOk);
   EXPECT_EQ(packed, entry(false, "Column_1", "caf\xC5") + "$");
