@@ -77,7 +77,11 @@ TEST(HostStartup, RefusedCommandLinesAndSegments) {
     } else {
       EXPECT_EQ(r.err, c.err);
     }
-    EXPECT_EQ(r.attached, !c.argv) << c.err;
+    // The emulator does not hand the segment's last attaching pid through as the kernel
+    // records it: only a native test program can tell.
+    if (!qz::test::emulated()) {
+      EXPECT_EQ(r.attached, !c.argv) << c.err;
+    }
   }
 }
 
