@@ -294,10 +294,11 @@ TEST(FaultDriverTrace, CountsTheCallsThatReachTheDriver) {
     const char *rules;                                  // QzFault attribute
     std::vector<std::pair<const char *, long>> counts;  // driver function, calls traced
   } cases[] = {
+      // SQLFreeStmt(SQL_DROP) reaches the driver as SQLFreeHandle.
       {"",
        {{"SQLGetFunctions", 1},
         {"SQLAllocStmt", 2},
-        {"SQLFreeHandle", 2},  // SQLFreeStmt(SQL_DROP)
+        {"SQLFreeHandle", 2},
         {"SQLFreeStmt", 0},
         {"SQLSetParam", 1},
         {"SQLBindParameter", 1},
