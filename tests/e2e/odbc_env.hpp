@@ -4,7 +4,7 @@
 // from the variables that CTest sets (qz_e2e_env in cmake/QzHelpers.cmake).
 #pragma once
 
-#include <poll.h>
+#include <fcntl.h>
 #include <signal.h>
 #include <spawn.h>
 #include <stdlib.h>
@@ -15,6 +15,7 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <iterator>
 #include <map>
 #include <sstream>
 #include <string>
@@ -130,72 +131,45 @@ struct RunResult {
   std::string err;  // standard error
 };
 
-// Runs argv[0] (searched in PATH) with `extra_env` added to the environment, collects both
-// output streams and waits for it.
+// Runs argv[0] (searched in PATH) with `extra_env` added to the environment, waits for it
+// and collects both output streams (through files, read once it has ended).
 inline RunResult run_program(const std::vector<std::string> &argv,
                              const std::vector<std::string> &extra_env = {}) {
   RunResult r;
-  int out_pipe[2], err_pipe[2];
-  if (pipe(out_pipe) != 0) return r;
-  if (pipe(err_pipe) != 0) {
-    close(out_pipe[0]);
-    close(out_pipe[1]);
-    return r;
-  }
+  TempDir dir;
+  const std::string out = dir.file("out"), err = dir.file("err");
   std::vector<std::string> envs;
   for (char **e = environ; *e; e++)
     envs.push_back(*e);
-  for (const std::string &e : extra_env)
-    envs.push_back(e);
+  envs.insert(envs.end(), extra_env.begin(), extra_env.end());
   std::vector<char *> cargv, cenv;
   for (const std::string &a : argv)
     cargv.push_back(const_cast<char *>(a.c_str()));
-  cargv.push_back(nullptr);
   for (std::string &e : envs)
     cenv.push_back(e.data());
+  cargv.push_back(nullptr);
   cenv.push_back(nullptr);
   posix_spawn_file_actions_t fa;
   posix_spawn_file_actions_init(&fa);
-  posix_spawn_file_actions_adddup2(&fa, out_pipe[1], 1);
-  posix_spawn_file_actions_adddup2(&fa, err_pipe[1], 2);
-  posix_spawn_file_actions_addclose(&fa, out_pipe[0]);
-  posix_spawn_file_actions_addclose(&fa, err_pipe[0]);
+  posix_spawn_file_actions_addopen(&fa, 1, out.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
+  posix_spawn_file_actions_addopen(&fa, 2, err.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
   pid_t pid;
   int rc = posix_spawnp(&pid, cargv[0], &fa, nullptr, cargv.data(), cenv.data());
   posix_spawn_file_actions_destroy(&fa);
-  close(out_pipe[1]);
-  close(err_pipe[1]);
   if (rc != 0) {
-    close(out_pipe[0]);
-    close(err_pipe[0]);
     r.err = "cannot start " + argv[0];
     return r;
-  }
-  pollfd fds[2] = {{out_pipe[0], POLLIN, 0}, {err_pipe[0], POLLIN, 0}};
-  std::string *sinks[2] = {&r.out, &r.err};
-  int open_fds = 2;
-  while (open_fds > 0) {
-    if (poll(fds, 2, -1) < 0) {
-      if (errno == EINTR) continue;
-      break;
-    }
-    for (int i = 0; i < 2; i++) {
-      if (fds[i].fd < 0 || !(fds[i].revents & (POLLIN | POLLHUP | POLLERR))) continue;
-      char buf[4096];
-      ssize_t n = read(fds[i].fd, buf, sizeof buf);
-      if (n > 0) {
-        sinks[i]->append(buf, static_cast<size_t>(n));
-      } else if (n == 0 || errno != EINTR) {
-        close(fds[i].fd);
-        fds[i].fd = -1;
-        open_fds--;
-      }
-    }
   }
   int ws;
   while (waitpid(pid, &ws, 0) < 0 && errno == EINTR) {
   }
   r.status = WIFEXITED(ws) ? WEXITSTATUS(ws) : -1;
+  auto text_of = [](const std::string &file) {
+    std::ifstream in(file, std::ios::binary);
+    return std::string(std::istreambuf_iterator<char>(in), {});
+  };
+  r.out = text_of(out);
+  r.err = text_of(err);
   return r;
 }
 

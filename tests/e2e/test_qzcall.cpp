@@ -23,17 +23,21 @@ using odbc::RunResult;
 
 constexpr int kUsage = 2;
 
-// qzcall with `args`, started through the emulator in the i386 build; the server it
-// starts gets the same launcher.
-RunResult qzcall(const std::vector<std::string> &args, const std::string &input_file = "") {
+// The command line of qzcall with `args`, started through the emulator in the i386 build;
+// the server it starts gets the same launcher.
+std::vector<std::string> qzcall_argv(const std::vector<std::string> &args) {
   std::vector<std::string> argv = qz::test::words(qz::test::env("QZ_LAUNCHER"));
   argv.push_back(qz::test::env("QZ_QZCALL"));
   if (qz::test::emulated()) argv.insert(argv.end(), {"--launcher", qz::test::env("QZ_LAUNCHER")});
   argv.insert(argv.end(), args.begin(), args.end());
-  if (input_file.empty()) return odbc::run_program(argv);
-  // Standard input from a file, through the shell.
+  return argv;
+}
+
+// Runs qzcall to its end, with standard input from `input_file` if one is given.
+RunResult qzcall(const std::vector<std::string> &args, const std::string &input_file = "") {
+  if (input_file.empty()) return odbc::run_program(qzcall_argv(args));
   std::string cmd = "exec";
-  for (const std::string &a : argv)
+  for (const std::string &a : qzcall_argv(args))
     cmd += " '" + std::regex_replace(a, std::regex("'"), "'\\''") + "'";
   return odbc::run_program({"/bin/sh", "-c", cmd + " < '" + input_file + "'"});
 }
@@ -130,43 +134,49 @@ TEST_F(Scripts, EveryArgumentKindAndTheVariablesEachCallChanged) {
   }
 }
 
-TEST_F(Scripts, AnUnexpectedStatusFailsTheRunButTheRunGoesOn) {
-  std::string script = write("status.qz", "ReturnStatus 8\nReturnStatus 0 -> 3\nNothing\n");
-  RunResult r = qzcall(host_server() + std::vector<std::string>{"run", script});
-  EXPECT_EQ(r.status, 1);
-  EXPECT_EQ(r.out,
-            "ReturnStatus 8 -> 8 (unknown identifier or unusable argument); expected 0\n"
-            "ReturnStatus 0 -> 0; expected 3\n"
-            "Nothing -> 0\n");
-  EXPECT_NE(r.err.find("2 of 3 calls did not return the expected status"), std::string::npos)
-      << r.err;
-}
-
-TEST_F(Scripts, ReadFromStandardInput) {
-  std::string script = write("stdin.qz", "IntValue -5 $o:9\n");
-  RunResult r = qzcall(host_server() + std::vector<std::string>{"run", "-"}, script);
-  EXPECT_EQ(r.status, 0) << r.err;
-  EXPECT_EQ(r.out, "IntValue -5 $o:9 -> 0\n  $o = \"-5\"\n");
-}
-
-TEST_F(Scripts, ACallWithoutAnswerEndsTheRun) {
-  std::string script = write("slow.qz", "Sleep 60000\nNothing\n");
-  RunResult r = qzcall(host_server() + std::vector<std::string>{"--timeout", "1", "run", script});
-  EXPECT_EQ(r.status, 1);
-  EXPECT_EQ(r.out, "Sleep 60000 -> no answer: no answer from the server within 1000 ms\n");
-  EXPECT_NE(r.err.find("line 1: the server gave no answer; the run stops here"), std::string::npos)
-      << r.err;
-}
-
-TEST_F(Scripts, AScriptErrorNamesFileLineAndColumnAndRunsNothing) {
-  std::string script = write("bad.qz", "Nothing\nIntValue 1, $o:x\n");
-  RunResult r = qzcall(host_server() + std::vector<std::string>{"run", script});
-  EXPECT_EQ(r.status, kUsage);
-  EXPECT_EQ(r.out, "");
-  EXPECT_EQ(r.err, script +
-                       ":2:16: error: a capacity follows ':': a byte count from 0 to 1048576\n"
-                       "  IntValue 1, $o:x\n"
-                       "                 ^\n");
+// Expected statuses, a script on standard input, a call without answer and a script error,
+// each with the exit status, the exact report and a part of standard error.
+TEST_F(Scripts, StatusesStandardInputTimeoutsAndScriptErrors) {
+  struct Case {
+    std::string script;
+    std::vector<std::string> args;  // before "run FILE"
+    bool from_stdin;                // the script on standard input ("run -")
+    int status;
+    std::string out, err;
+  } cases[] = {
+      {"ReturnStatus 8\nReturnStatus 0 -> 3\nNothing\n",
+       {},
+       false,
+       1,
+       "ReturnStatus 8 -> 8 (unknown identifier or unusable argument); expected 0\n"
+       "ReturnStatus 0 -> 0; expected 3\n"
+       "Nothing -> 0\n",
+       "2 of 3 calls did not return the expected status"},
+      {"IntValue -5 $o:9\n", {}, true, 0, "IntValue -5 $o:9 -> 0\n  $o = \"-5\"\n", ""},
+      {"Sleep 60000\nNothing\n",
+       {"--timeout", "1"},
+       false,
+       1,
+       "Sleep 60000 -> no answer: no answer from the server within 1000 ms\n",
+       "line 1: the server gave no answer; the run stops here"},
+      {"Nothing\nIntValue 1, $o:x\n",
+       {},
+       false,
+       kUsage,
+       "",
+       "case.qz:2:16: error: a capacity follows ':': a byte count from 0 to 1048576\n"
+       "  IntValue 1, $o:x\n"
+       "                 ^\n"},
+  };
+  for (const Case &c : cases) {
+    std::string script = write("case.qz", c.script);
+    RunResult r =
+        c.from_stdin ? qzcall(host_server() + c.args + std::vector<std::string>{"run", "-"}, script)
+                     : qzcall(host_server() + c.args + std::vector<std::string>{"run", script});
+    EXPECT_EQ(r.status, c.status) << c.script << r.err;
+    EXPECT_EQ(r.out, c.out) << c.script;
+    EXPECT_NE(r.err.find(c.err), std::string::npos) << c.script << r.err;
+  }
 }
 
 TEST_F(Scripts, UsageErrorsSayWhatToDo) {
@@ -255,34 +265,28 @@ std::string connection_output(const std::string &conn) {
          "Disconnect $conn -> 8 (unknown identifier or unusable argument)\n";
 }
 
-TEST_F(Scripts, ConnectionFunctionsOnSqlite) {
-  std::string conn = odbc::sqlite_conn(dir.file("t.db"));
-  std::string script = write("sqlite.qz", connection_script(conn));
-  RunResult r = qzcall(odbc_server() + std::vector<std::string>{"run", script});
-  EXPECT_EQ(r.status, 0) << r.err;
-  EXPECT_EQ(r.out, connection_output(conn));
-}
-
-TEST_F(Scripts, AnI386ServerThroughItsLauncher) {
-  std::string server = qz::test::env("QZ_SERVER_ODBC_I386");
-  if (server.empty() || qz::test::emulated()) GTEST_SKIP() << "no i386 build beside this one";
-  std::string conn = odbc::sqlite_conn(dir.file("t.db"));
-  std::string script = write("i386.qz", connection_script(conn));
-  RunResult r =
-      qzcall({"--server", server, "--launcher", "qemu-i386", "--layout", "64", "run", script});
-  EXPECT_EQ(r.status, 0) << r.err;
-  EXPECT_EQ(r.out, connection_output(conn));
-}
-
-TEST_F(Scripts, ConnectionFunctionsOnPostgresql) {
-  if (!odbc::pg_available()) GTEST_SKIP() << "no PostgreSQL in this build";
-  std::string conn = odbc::pg_conn();
-  std::string refused = odbc::pg_conn("Username=nobody");
-  std::string script =
-      write("pg.qz", connection_script(conn) + "Connect \"" + refused + "\" $other -> 1113\n");
-  RunResult r = qzcall(odbc_server() + std::vector<std::string>{"run", script});
-  EXPECT_EQ(r.status, 0) << r.err;
-  EXPECT_EQ(r.out, connection_output(conn) + "Connect \"" + refused + "\" $other -> 1113\n");
+// The same script through qzodbc on SQLite, through the i386 qzodbc under the emulator
+// (x86-64 build only), and on PostgreSQL with a refused login at the end.
+TEST_F(Scripts, ConnectionFunctionsOnEveryServerAndDriver) {
+  const std::string i386 = qz::test::env("QZ_SERVER_ODBC_I386");
+  const bool cross = !i386.empty() && !qz::test::emulated();
+  const std::string sqlite = odbc::sqlite_conn(dir.file("t.db"));
+  struct Case {
+    std::vector<std::string> server;  // qzcall's options that choose the server
+    std::string conn, extra;          // the connection string; a further line and its report
+  };
+  std::vector<Case> cases{{odbc_server(), sqlite, ""}};
+  if (cross)
+    cases.push_back({{"--server", i386, "--launcher", "qemu-i386", "--layout", "64"}, sqlite, ""});
+  if (odbc::pg_available())
+    cases.push_back({odbc_server(), odbc::pg_conn(),
+                     "Connect \"" + odbc::pg_conn("Username=nobody") + "\" $other -> 1113\n"});
+  for (const Case &c : cases) {
+    std::string script = write("conn.qz", connection_script(c.conn) + c.extra);
+    RunResult r = qzcall(c.server + std::vector<std::string>{"run", script});
+    EXPECT_EQ(r.status, 0) << r.err;
+    EXPECT_EQ(r.out, connection_output(c.conn) + c.extra) << c.server[1];
+  }
 }
 
 // ---- the SQL shell -------------------------------------------------------------------
@@ -296,25 +300,70 @@ class Shell : public Scripts {
   std::string conn() { return odbc::sqlite_conn(dir.file("t.db")); }
 };
 
-TEST_F(Shell, ConnectionCommandsFromOptions) {
-  RunResult r = sql({"-e", "\\autocommit off", "-e", "\\commit", "-e", "\\rollback", "-e",
-                     "\\autocommit on", "-e", "\\trace 0", "-e", "\\format csv", "-e", "\\format",
-                     "-e", "\\log " + dir.file("server.log") + " O2", conn()});
-  EXPECT_EQ(r.status, 0) << r.err;
-  EXPECT_EQ(r.out,
-            "autocommit off\ncommitted\nrolled back\nautocommit on\ntrace level 0\n"
-            "format csv\nformat csv\nlogging O2 to " +
-                dir.file("server.log") + "\n");
-  EXPECT_EQ(r.err, "");
-}
-
-TEST_F(Shell, ConnectionInformationAndVersions) {
-  RunResult r = sql({"-e", "\\conninfo", "-e", "\\version", conn()});
+// Commands given with -e and what they print, a failed Connect (its reasons in the log), a
+// failed \commit with its record, and a data source name alone: the whole output.
+TEST_F(Shell, CommandsConnectionsAndTheirFailures) {
+  const std::string log = dir.file("server.log");
+  const std::string missing = "Driver={QZ Missing};Database=" + dir.file("t.db");
+  struct Case {
+    std::vector<std::string> args;  // with the connection string last
+    int status;
+    std::string out, err;
+  };
+  std::vector<Case> cases{
+      {{"-e", "\\autocommit on", "-e", "\\trace 0", "-e", "\\format csv", "-e", "\\format", "-e",
+        "\\log " + log + " O2", conn()},
+       0,
+       "autocommit on\ntrace level 0\nformat csv\nformat csv\nlogging O2 to " + log + "\n",
+       ""},
+      {{"-e", "\\commit", missing},
+       1,
+       "",
+       "qzcall: Connect failed with status 1113 (the driver refused the connection)\n"
+       "  (the server logs the driver's reasons; --log console shows them)\n"},
+      {{"-e", "\\autocommit off", "-e", "\\commit",
+        odbc::fault_conn(dir.file("t.db"), "SQLTransact:-1:HY000:7:commit refused")},
+       1,
+       "autocommit off\n",
+       "qzcall: \\commit failed with status 1111 (the ODBC call failed)\n"
+       "  S1000 (native 7): commit refused\n"}};
+  // pg-cluster.sh registers the data source qz_pg in the private odbc.ini.
+  if (odbc::pg_available())
+    cases.push_back({{"-e", "\\autocommit off", "-e", "\\rollback", "qz_pg"},
+                     0,
+                     "autocommit off\nrolled back\n",
+                     ""});
+  for (const Case &c : cases) {
+    RunResult r = sql(c.args);
+    EXPECT_EQ(r.status, c.status) << c.args[1] << "\n" << r.err;
+    EXPECT_EQ(r.out, c.out) << c.args[1];
+    EXPECT_EQ(r.err, c.err) << c.args[1];
+  }
+  RunResult r = sql({"--log", "console", missing});
+  EXPECT_EQ(r.status, 1);
+  EXPECT_NE(r.err.find("Can't open lib 'QZ Missing'"), std::string::npos) << r.err;
+  r = sql({"-e", "\\conninfo", "-e", "\\version", conn()});
   EXPECT_EQ(r.status, 0) << r.err;
   EXPECT_TRUE(std::regex_search(r.out, std::regex("^connection 1: .*Database=" + dir.file("t.db"))))
       << r.out;
   EXPECT_NE(r.out.find("VersionID $Id: odbc_dll.cpp,v 27.1"), std::string::npos) << r.out;
   EXPECT_NE(r.out.find("Revision  1.8\n"), std::string::npos) << r.out;
+}
+
+TEST_F(Shell, BadCommandsFail) {
+  const std::pair<const char *, const char *> cases[] = {
+      {"\\autocommit maybe", "\\autocommit takes on or off"},
+      {"\\trace -1", "\\trace takes a level"},
+      {"\\log", "\\log takes a file"},
+      {"\\commit now", "\\commit takes no argument"},
+      {"\\frobnicate", "unknown command \\frobnicate; \\? lists the commands"},
+      {"\\log /nonexistent/dir/x.log", "\\log /nonexistent/dir/x.log failed with status 56"},
+  };
+  for (const auto &[command, err] : cases) {
+    RunResult r = sql({"-e", command, conn()});
+    EXPECT_EQ(r.status, 1) << command;
+    EXPECT_NE(r.err.find(err), std::string::npos) << command << "\n" << r.err;
+  }
 }
 
 TEST_F(Shell, BatchStopsAtTheFirstFailureUnlessToldToGoOn) {
@@ -507,56 +556,6 @@ TEST_P(ShellOn, TransactionsAcrossStatements) {
 INSTANTIATE_TEST_SUITE_P(Drivers, ShellOn, ::testing::Values(Driver::sqlite, Driver::postgres),
                          driver_name);
 
-TEST_F(Shell, BadCommandsFail) {
-  struct Case {
-    const char *command;
-    const char *err;
-  } cases[] = {
-      {"\\autocommit maybe", "\\autocommit takes on or off"},
-      {"\\trace -1", "\\trace takes a level"},
-      {"\\log", "\\log takes a file"},
-      {"\\commit now", "\\commit takes no argument"},
-      {"\\frobnicate", "unknown command \\frobnicate; \\? lists the commands"},
-      {"\\log /nonexistent/dir/x.log", "\\log /nonexistent/dir/x.log failed with status 56"},
-  };
-  for (const Case &c : cases) {
-    RunResult r = sql({"-e", c.command, conn()});
-    EXPECT_EQ(r.status, 1) << c.command;
-    EXPECT_NE(r.err.find(c.err), std::string::npos) << c.command << "\n" << r.err;
-  }
-}
-
-TEST_F(Shell, AFailedConnectShowsItsStatusAndTheLogShowsWhy) {
-  std::string missing = "Driver={QZ Missing};Database=" + dir.file("t.db");
-  RunResult r = sql({"-e", "\\commit", missing});
-  EXPECT_EQ(r.status, 1);
-  EXPECT_EQ(r.out, "");
-  EXPECT_EQ(r.err,
-            "qzcall: Connect failed with status 1113 (the driver refused the connection)\n"
-            "  (the server logs the driver's reasons; --log console shows them)\n");
-  r = sql({"--log", "console", missing});
-  EXPECT_EQ(r.status, 1);
-  EXPECT_NE(r.err.find("Can't open lib 'QZ Missing'"), std::string::npos) << r.err;
-}
-
-TEST_F(Shell, AFailedCommitShowsEveryDiagnosticRecord) {
-  std::string faulty = odbc::fault_conn(dir.file("t.db"), "SQLTransact:-1:HY000:7:commit refused");
-  RunResult r = sql({"-e", "\\autocommit off", "-e", "\\commit", faulty});
-  EXPECT_EQ(r.status, 1);
-  EXPECT_EQ(r.out, "autocommit off\n");
-  EXPECT_EQ(r.err,
-            "qzcall: \\commit failed with status 1111 (the ODBC call failed)\n"
-            "  S1000 (native 7): commit refused\n");
-}
-
-TEST_F(Shell, ADataSourceNameAloneConnects) {
-  if (!odbc::pg_available()) GTEST_SKIP() << "no PostgreSQL in this build";
-  // pg-cluster.sh registers the data source qz_pg in the private odbc.ini.
-  RunResult r = sql({"-e", "\\autocommit off", "-e", "\\rollback", "qz_pg"});
-  EXPECT_EQ(r.status, 0) << r.err;
-  EXPECT_EQ(r.out, "autocommit off\nrolled back\n");
-}
-
 // Reads from the terminal until `want` has appeared in `seen` at `from` or after (true),
 // or the other side is gone or silent for long (false).
 bool read_until(int fd, std::string &seen, const std::string &want, std::size_t from = 0) {
@@ -576,10 +575,8 @@ bool read_until(int fd, std::string &seen, const std::string &want, std::size_t 
 }
 
 TEST_F(Shell, InteractiveThroughATerminal) {
-  std::vector<std::string> argv = qz::test::words(qz::test::env("QZ_LAUNCHER"));
-  argv.push_back(qz::test::env("QZ_QZCALL"));
-  if (qz::test::emulated()) argv.insert(argv.end(), {"--launcher", qz::test::env("QZ_LAUNCHER")});
-  argv = argv + odbc_server() + std::vector<std::string>{"sql", conn()};
+  std::vector<std::string> argv =
+      qzcall_argv(odbc_server() + std::vector<std::string>{"sql", conn()});
   std::vector<char *> cargv;
   for (std::string &a : argv)
     cargv.push_back(a.data());

@@ -38,60 +38,37 @@ TEST_P(Postgres, TypedParametersConvertAndValidate) {
   const std::string t = table("typed");
   srv.run(conn, "CREATE TABLE " + t + " (k INTEGER, i INTEGER, d DATE, tm TIME, ts TIMESTAMP)");
   int ins = srv.prepared(conn, "INSERT INTO " + t + " VALUES (?, ?, ?, ?, ?)");
-  int type = 0;
   const int types[] = {2, 2, 4, 5, 6};
-  for (int p = 1; p <= 5; ++p) {
-    EXPECT_EQ(srv.int_of("GetParamType", ins, p, &type), qz::kOk);
-    EXPECT_EQ(type, types[p - 1]) << p;
-  }
-  // One row per accepted value (k numbers them), nothing for a refused one.
-  struct Case {
-    int par;
-    Arg value;
-    int status;
-  };
-  const Case cases[] = {
-      {2, Arg::string("42"), 0},                  // k 1
-      {2, Arg::string("42 "), qz::kBadArgument},  //
-      {2, Arg::string("4x"), qz::kBadArgument},   //
-      {2, Arg::string("1234567890123456"), qz::kBadArgument},
-      {2, Arg::real(3.99), 0},            // k 2
-      {3, Arg::string("20190213"), 0},    // k 3
-      {3, Arg::string("2019-02-13"), 0},  // k 4
-      {3, Arg::string("02/13/2019"), 0},  // k 5
-      {3, Arg::string("13.02.2019"), 0},  // k 6
-      {3, Arg::string("19-2-13"), 0},     // k 7
-      {3, Arg::string("2019-02-13x"), qz::kBadArgument},
-      {3, Arg::string("2019-02"), qz::kBadArgument},
-      {3, Arg::integer(20190229), qz::kBadArgument},  // 2019 is no leap year
-      {3, Arg::integer(20000229), 0},                 // k 8: 2000 is one
-      {3, Arg::integer(19000229), qz::kBadArgument},  // 1900 is not
-      {3, Arg::string("2019-04-31"), qz::kBadArgument},
-      {4, Arg::string("081500"), 0},    // k 9
-      {4, Arg::string("08:15"), 0},     // k 10
-      {4, Arg::string("08:15:00"), 0},  // k 11
-      {4, Arg::string("24:00"), qz::kBadArgument},
-      {4, Arg::string("23:60"), qz::kBadArgument},
-      {4, Arg::integer(235959), 0},                // k 12
-      {5, Arg::string("2019-02-13 08:15:00"), 0},  // k 13
-      {5, Arg::string("20190213 081500"), 0},      // k 14
-      {5, Arg::string("2019-02-13"), 0},           // k 15
-      {5, Arg::string("2019-02-13 08:15:00.5"), qz::kBadArgument},
-      {5, Arg::integer(86400), 0},  // k 16
-  };
+  for (int p = 1; p <= 5; ++p)
+    EXPECT_EQ(srv.value("GetParamType", ins, p), types[p - 1]) << p;
+  // One row per accepted value, k numbering them in order; nothing for a refused one.
+  // Dates: 2000 is a leap year, 2019 and 1900 are not.
+  auto S = [](const char *text) { return Arg::string(text); };
+  auto I = [](int value) { return Arg::integer(value); };
+  const struct {
+    int par;                             // parameter number
+    std::vector<Arg> accepted, refused;  // values
+  } cases[] = {{2, {S("42"), Arg::real(3.99)}, {S("42 "), S("4x"), S("1234567890123456")}},
+               {3,
+                {S("20190213"), S("2019-02-13"), S("02/13/2019"), S("13.02.2019"), S("19-2-13"),
+                 I(20000229)},
+                {S("2019-02-13x"), S("2019-02"), I(20190229), I(19000229), S("2019-04-31")}},
+               {4, {S("081500"), S("08:15"), S("08:15:00"), I(235959)}, {S("24:00"), S("23:60")}},
+               {5,
+                {S("2019-02-13 08:15:00"), S("20190213 081500"), S("2019-02-13"), I(86400)},
+                {S("2019-02-13 08:15:00.5")}}};
   int k = 0;
-  for (const Case &c : cases) {
-    for (int p = 2; p <= 5; ++p)
-      ASSERT_EQ(srv.call("SetParam", {Arg::integer(ins), Arg::integer(p)}), qz::kOk);
-    std::string shown = c.value.type == qz::client::kString ? c.value.as_string()
-                        : c.value.type == qz::client::kInteger
-                            ? std::to_string(c.value.as_int())
-                            : std::to_string(c.value.as_double());
-    EXPECT_EQ(srv.call("SetParam", {Arg::integer(ins), Arg::integer(c.par), c.value}), c.status)
-        << shown;
-    if (c.status != 0) continue;
-    ASSERT_EQ(srv.call("SetParam", {Arg::integer(ins), Arg::integer(1), Arg::integer(++k)}), 0);
-    ASSERT_EQ(srv.execute(ins), qz::kOk) << shown;
+  for (const auto &c : cases) {
+    for (std::size_t n = 0; n < c.refused.size(); ++n)
+      EXPECT_EQ(srv.set_param(ins, {I(c.par), c.refused[n]}), qz::kBadArgument)
+          << "parameter " << c.par << ", refused value " << n;
+    for (const Arg &value : c.accepted) {
+      for (int p = 2; p <= 5; ++p)
+        ASSERT_EQ(srv.set_param(ins, {I(p)}), qz::kOk);
+      EXPECT_EQ(srv.set_param(ins, {I(c.par), value}), qz::kOk) << "k " << k + 1;
+      ASSERT_EQ(srv.set_param(ins, {I(1), I(++k)}), 0);
+      ASSERT_EQ(srv.execute(ins), qz::kOk) << "k " << k;
+    }
   }
   EXPECT_EQ(stored("SELECT k, i, d, tm, ts FROM " + t + " ORDER BY k"),
             "1|42|||\n2|3|||\n"
@@ -139,13 +116,9 @@ TEST_P(Postgres, NumericColumnsBindByPrecisionAndScale) {
   ASSERT_EQ(srv.fetch(stmt), qz::kOk);
   for (int col = 1; col <= 6; ++col) {
     const Expect &e = expect[col - 1];
-    int v = 0;
-    EXPECT_EQ(srv.int_of("GetColumnType", stmt, col, &v), qz::kOk);
-    EXPECT_EQ(v, e.type) << col;
-    EXPECT_EQ(srv.int_of("GetColumnPrecision", stmt, col, &v), qz::kOk);
-    EXPECT_EQ(v, e.precision) << col;
-    EXPECT_EQ(srv.int_of("GetColumnScale", stmt, col, &v), qz::kOk);
-    EXPECT_EQ(v, e.scale) << col;
+    EXPECT_EQ(srv.value("GetColumnType", stmt, col), e.type) << col;
+    EXPECT_EQ(srv.value("GetColumnPrecision", stmt, col), e.precision) << col;
+    EXPECT_EQ(srv.value("GetColumnScale", stmt, col), e.scale) << col;
     EXPECT_EQ(srv.text(stmt, col), e.text) << col;
   }
   srv.stop_cleanly();
@@ -156,33 +129,13 @@ INSTANTIATE_TEST_SUITE_P(Drivers, Postgres, ::testing::Values(Backend{"postgres"
 
 // ---- the fault driver ----------------------------------------------------------------
 
-// A SQLite database behind the fault driver, with a trace of the driver calls.
-struct FaultDb {
-  odbc::TempDir dir;
-  std::string file = dir.file("test.db");
-  std::string trace = dir.file("calls.trace");
-  std::string spec(const std::string &rules) const { return odbc::fault_conn(file, rules, trace); }
-  long calls(const std::string &fn) const {
-    std::vector<std::string> c = odbc::trace_calls(trace);
-    return std::count(c.begin(), c.end(), fn);
-  }
-  // The rows of a query through python's sqlite3, "|" between fields.
-  std::string rows(const std::string &sql) const {
-    const std::string py =
-        "import sqlite3,sys\n"
-        "for row in sqlite3.connect(sys.argv[1]).execute(sys.argv[2]):\n"
-        "  print('|'.join(str(v) for v in row))\n";
-    return odbc::run_program({"python3", "-c", py, file, sql}).out;
-  }
-};
-
 // A driver that cannot describe parameters: worked around once per connection, and the
 // first value set decides a parameter's type for good.
 TEST(FaultDriver, UndescribedParametersTakeTheTypeOfTheirFirstValue) {
-  FaultDb db;
+  Db db;
   Server srv;
   srv.log_to_stderr();
-  int conn = srv.connect(db.spec("SQLDescribeParam@1..:unsupported"));
+  int conn = srv.connect(db.traced("SQLDescribeParam@1..:unsupported"));
   srv.run(conn, "CREATE TABLE t (k INTEGER, a, b, c)");
   const std::string sql = "INSERT INTO t VALUES (?, ?, ?, ?)";
   int ins = srv.prepared(conn, sql);
@@ -190,33 +143,23 @@ TEST(FaultDriver, UndescribedParametersTakeTheTypeOfTheirFirstValue) {
   EXPECT_EQ(count_of(srv.log(), workaround), 1) << srv.log();
   EXPECT_EQ(db.calls("SQLDescribeParam"), 1);
   // Nothing is known of a parameter before its first value.
-  int v = -1;
-  for (const char *fn :
-       {"GetParamType", "GetParamPrecision", "GetParamScale", "GetParamNullable"}) {
-    EXPECT_EQ(srv.int_of(fn, ins, 2, &v), qz::kOk) << fn;
-    EXPECT_EQ(v, 0) << fn;
-  }
-  EXPECT_EQ(srv.call("SetParam", {Arg::integer(ins), Arg::integer(2), Arg::integer(5)}), 0);
-  EXPECT_EQ(srv.int_of("GetParamType", ins, 2, &v), qz::kOk);
-  EXPECT_EQ(v, 2);
-  EXPECT_EQ(srv.int_of("GetParamPrecision", ins, 2, &v), qz::kOk);
-  EXPECT_EQ(v, 10);
+  for (const char *fn : {"GetParamType", "GetParamPrecision", "GetParamScale", "GetParamNullable"})
+    EXPECT_EQ(srv.value(fn, ins, 2), 0) << fn;
+  EXPECT_EQ(srv.set_param(ins, {Arg::integer(2), Arg::integer(5)}), 0);
+  EXPECT_EQ(srv.value("GetParamType", ins, 2), 2);
+  EXPECT_EQ(srv.value("GetParamPrecision", ins, 2), 10);
   // From now on a text is read as an integer, and must be one of at most 15 characters.
-  EXPECT_EQ(
-      srv.call("SetParam", {Arg::integer(ins), Arg::integer(2), Arg::string("1234567890123456")}),
-      qz::kBadArgument);
-  EXPECT_EQ(srv.call("SetParam", {Arg::integer(ins), Arg::integer(2), Arg::string("12")}), 0);
+  EXPECT_EQ(srv.set_param(ins, {Arg::integer(2), Arg::string("1234567890123456")}),
+            qz::kBadArgument);
+  EXPECT_EQ(srv.set_param(ins, {Arg::integer(2), Arg::string("12")}), 0);
   // A real first: a double; a text first: text of up to 1024 characters.
-  EXPECT_EQ(srv.call("SetParam", {Arg::integer(ins), Arg::integer(3), Arg::real(3.99)}), 0);
-  EXPECT_EQ(srv.call("SetParam",
-                     {Arg::integer(ins), Arg::integer(4), Arg::string(std::string(1025, 'x'))}),
+  EXPECT_EQ(srv.set_param(ins, {Arg::integer(3), Arg::real(3.99)}), 0);
+  EXPECT_EQ(srv.set_param(ins, {Arg::integer(4), Arg::string(std::string(1025, 'x'))}),
             qz::kNoRoom);
-  EXPECT_EQ(srv.int_of("GetParamType", ins, 4, &v), qz::kOk);
-  EXPECT_EQ(v, 1);  // bound by the refused value, which left it NULL
-  EXPECT_EQ(srv.call("SetParam",
-                     {Arg::integer(ins), Arg::integer(4), Arg::string(std::string(1024, 'x'))}),
-            0);
-  EXPECT_EQ(srv.call("SetParam", {Arg::integer(ins), Arg::integer(1), Arg::real(1.0)}), 0);
+  EXPECT_EQ(srv.value("GetParamType", ins, 4),
+            1);  // bound by the refused value, which left it NULL
+  EXPECT_EQ(srv.set_param(ins, {Arg::integer(4), Arg::string(std::string(1024, 'x'))}), 0);
+  EXPECT_EQ(srv.set_param(ins, {Arg::integer(1), Arg::real(1.0)}), 0);
   EXPECT_EQ(srv.execute(ins), qz::kOk);
   // Never set: NULL text. Later statements do not ask the driver again.
   int ins2 = srv.prepared(conn, sql);
@@ -231,10 +174,10 @@ TEST(FaultDriver, UndescribedParametersTakeTheTypeOfTheirFirstValue) {
 // A driver that refuses SQLBindParameter: worked around once per connection with
 // SQLSetParam, which every later binding of the connection uses at once.
 TEST(FaultDriver, BindingFallsBackToSQLSetParam) {
-  FaultDb db;
+  Db db;
   Server srv;
   srv.log_to_stderr();
-  int conn = srv.connect(db.spec("SQLBindParameter@1..:unsupported"));
+  int conn = srv.connect(db.traced("SQLBindParameter@1..:unsupported"));
   srv.run(conn, "CREATE TABLE t (k INTEGER, s TEXT)");
   int ins = srv.prepared(conn, "INSERT INTO t VALUES (?, ?)");
   EXPECT_EQ(srv.execute(ins, {Arg::integer(1), Arg::string("one")}), qz::kOk);
@@ -246,7 +189,7 @@ TEST(FaultDriver, BindingFallsBackToSQLSetParam) {
   EXPECT_EQ(db.calls("SQLSetParam"), 4);
   EXPECT_EQ(db.rows("SELECT k, s FROM t ORDER BY k"), "1|one\n2|two\n");
   // Another connection is asked again.
-  int other = srv.connect(db.spec(""));
+  int other = srv.connect(db.traced(""));
   int ins3 = srv.prepared(other, "INSERT INTO t VALUES (?, ?)");
   EXPECT_EQ(srv.execute(ins3, {Arg::integer(3), Arg::string("three")}), qz::kOk);
   EXPECT_EQ(count_of(srv.log(), "working around unsupported SQLBindParameter() function"), 1);
@@ -255,29 +198,25 @@ TEST(FaultDriver, BindingFallsBackToSQLSetParam) {
 
 // Failures of the calls that describe, bind, execute and fetch.
 TEST(FaultDriver, FailuresOfTheDriverGiveTheirStatuses) {
-  FaultDb db;
+  Db db;
   Server srv;
-  int setup = srv.connect(db.spec(""));
+  int setup = srv.connect(db.traced(""));
   srv.run(setup, "CREATE TABLE t (k INTEGER)");
   srv.run(setup, "INSERT INTO t VALUES (1)");
   srv.run(setup, "INSERT INTO t VALUES (2)");
   const std::vector<std::string> injected{"S1000"};
-  int id = 0;
-  {
-    int conn = srv.connect(db.spec("SQLNumResultCols:-1:HY000:5:no columns"));
-    id = 3;
-    EXPECT_EQ(srv.prepare(conn, "SELECT k FROM t", id), qz::kOdbcFailed);
+  // Describing the result of Prepare, or binding that of ExecDirect, fails: the statement
+  // is gone.
+  for (auto [fault, fn] :
+       {std::pair{"SQLNumResultCols", "Prepare"}, {"SQLBindCol", "ExecDirect"}}) {
+    int conn = srv.connect(db.traced(fault + std::string(":-1:HY000:5:refused")));
+    int id = 3;
+    EXPECT_EQ(srv.make(fn, conn, {"SELECT k FROM t"}, id), qz::kOdbcFailed) << fault;
     EXPECT_EQ(id, 0);
     EXPECT_EQ(srv.states(), injected);
   }
   {
-    int conn = srv.connect(db.spec("SQLBindCol:-1:HY000:5:no binding"));
-    EXPECT_EQ(srv.direct(conn, "SELECT k FROM t", id), qz::kOdbcFailed);
-    EXPECT_EQ(id, 0);
-    EXPECT_EQ(srv.states(), injected);
-  }
-  {
-    int conn = srv.connect(db.spec("SQLExecute@1:-1:HY000:5:not now"));
+    int conn = srv.connect(db.traced("SQLExecute@1:-1:HY000:5:not now"));
     int stmt = srv.prepared(conn, "SELECT k FROM t ORDER BY k");
     EXPECT_EQ(srv.execute(stmt), qz::kExecuteFailed);
     EXPECT_EQ(srv.states(), injected);
@@ -287,7 +226,7 @@ TEST(FaultDriver, FailuresOfTheDriverGiveTheirStatuses) {
     EXPECT_EQ(srv.text(stmt, 1), "1");
   }
   {
-    int conn = srv.connect(db.spec("SQLFetch@2:-1:HY000:5:lost the row"));
+    int conn = srv.connect(db.traced("SQLFetch@2:-1:HY000:5:lost the row"));
     int stmt = 0;
     ASSERT_EQ(srv.direct(conn, "SELECT k FROM t ORDER BY k", stmt), qz::kOk);
     int row = 0;
@@ -299,7 +238,7 @@ TEST(FaultDriver, FailuresOfTheDriverGiveTheirStatuses) {
     EXPECT_EQ(srv.fetch(stmt, &row), qz::kNoResult);
     std::string text;
     EXPECT_EQ(srv.get_string(stmt, 1, &text), qz::kNotReady);
-    EXPECT_EQ(srv.call("DropStatement", {Arg::integer(stmt)}), qz::kOk);
+    EXPECT_EQ(srv.drop(stmt), qz::kOk);
   }
   srv.stop_cleanly();
 }
@@ -308,50 +247,35 @@ TEST(FaultDriver, FailuresOfTheDriverGiveTheirStatuses) {
 // statement left behind, nothing leaked (the sanitizer build checks that at exit), and
 // the next attempt succeeds.
 TEST(AllocationFailures, EveryFailingAllocationGivesStatus2) {
-  FaultDb db;
-  Server srv(qz::test::server_options("QZ_SERVER_ODBC_TEST", kNative));
-  int conn = srv.connect(db.spec(""));
+  Db db;
+  Server srv(test_server());
+  int conn = srv.connect(db.traced(""));
   srv.run(conn, "CREATE TABLE t (k INTEGER, s VARCHAR(10))");
   srv.run(conn, "INSERT INTO t VALUES (1, 'one')");
-  // Runs `step` with the n-th allocation failing, for n = 1, 2, ... until it succeeds;
-  // returns how many failed.
-  auto failures = [&](const std::function<int()> &step) {
-    int failed = 0;
-    for (int n = 1; n <= 40; ++n) {
-      EXPECT_EQ(srv.call("FailAlloc", {Arg::integer(n)}), 0);
-      int st = step();
-      EXPECT_EQ(srv.call("FailAlloc", {Arg::integer(0)}), 0);
-      if (st == qz::kOk) break;
-      EXPECT_EQ(st, qz::kNoMemory) << "allocation " << n;
-      ++failed;
-    }
-    return failed;
-  };
   int stmt = 0;
   // The SQL text, the record, the SQL copy, the column array, two titles, two variable
   // names, two buffers, the parameter array, its buffer.
-  EXPECT_EQ(failures([&] {
-              stmt = 0;
-              int st = srv.prepare(conn, "SELECT k, s FROM t WHERE k = ?", stmt);
-              EXPECT_EQ(stmt, st == 0 ? 1 : 0);
-              return st;
-            }),
+  EXPECT_EQ(srv.failing_allocations([&] {
+    stmt = 0;
+    int st = srv.prepare(conn, "SELECT k, s FROM t WHERE k = ?", stmt);
+    EXPECT_EQ(stmt, st == 0 ? 1 : 0);
+    return st;
+  }),
             12);
-  EXPECT_EQ(failures([&] { return srv.execute(stmt, {Arg::integer(1)}); }), 0);
-  EXPECT_EQ(failures([&] { return srv.fetch(stmt); }), 0);
-  EXPECT_EQ(
-      failures([&] {
-        return srv.call("SetColumnType", {Arg::integer(stmt), Arg::integer(2), Arg::integer(6)});
-      }),
-      1);
-  // Undescribed parameters get their buffers from the setters and from execute.
-  int conn2 = srv.connect(db.spec("SQLDescribeParam:unsupported"));
-  int ins = srv.prepared(conn2, "INSERT INTO t VALUES (?, ?)");
-  EXPECT_EQ(failures([&] {
-              return srv.call("SetParam", {Arg::integer(ins), Arg::integer(1), Arg::integer(2)});
-            }),
+  EXPECT_EQ(srv.failing_allocations([&] { return srv.execute(stmt, {Arg::integer(1)}); }), 0);
+  EXPECT_EQ(srv.failing_allocations([&] { return srv.fetch(stmt); }), 0);
+  EXPECT_EQ(srv.failing_allocations([&] {
+    return srv.call("SetColumnType", {Arg::integer(stmt), Arg::integer(2), Arg::integer(6)});
+  }),
             1);
-  EXPECT_EQ(failures([&] { return srv.execute(ins); }), 1);
+  // Undescribed parameters get their buffers from the setters and from execute.
+  int conn2 = srv.connect(db.traced("SQLDescribeParam:unsupported"));
+  int ins = srv.prepared(conn2, "INSERT INTO t VALUES (?, ?)");
+  EXPECT_EQ(srv.failing_allocations([&] {
+    return srv.set_param(ins, {Arg::integer(1), Arg::integer(2)});
+  }),
+            1);
+  EXPECT_EQ(srv.failing_allocations([&] { return srv.execute(ins); }), 1);
   EXPECT_EQ(db.rows("SELECT k, s FROM t ORDER BY k"), "1|one\n2|None\n");
   srv.stop_cleanly();
 }
@@ -361,22 +285,7 @@ TEST(AllocationFailures, EveryFailingAllocationGivesStatus2) {
 class Shutdown : public BackendTest {
  protected:
   std::string app() const { return "qz_term_" + std::to_string(getpid()); }
-  std::string sessions(const std::string &where = "") const {
-    return odbc::psql("SELECT count(*) FROM pg_stat_activity WHERE application_name = '" + app() +
-                      "'" + where)
-        .out;
-  }
-  // Polls until no session of the server is left (a backend ends once it reads the
-  // client's goodbye or end of file), for up to 10 seconds.
-  std::string sessions_left() const {
-    std::string left = sessions();
-    for (int i = 0; i < 200 && left != "0\n"; ++i) {
-      std::this_thread::sleep_for(50ms);
-      left = sessions();
-    }
-    return left;
-  }
-  std::string app_spec() const { return odbc::pg_conn("pqopt={application_name=" + app() + "}"); }
+  std::string app_spec() const { return pg_app_conn(app()); }
 
   // Starts Execute of `stmt` without waiting for its answer, and waits until the database
   // runs the statement.
@@ -387,7 +296,7 @@ class Shutdown : public BackendTest {
     std::string active;
     for (int i = 0; i < 200 && active != "1\n"; ++i) {
       std::this_thread::sleep_for(20ms);
-      active = sessions(" AND state = 'active' AND query LIKE 'SELECT pg_sleep%'");
+      active = pg_sessions(app(), " AND state = 'active' AND query LIKE 'SELECT pg_sleep%'");
     }
     ASSERT_EQ(active, "1\n");
   }
@@ -406,9 +315,9 @@ TEST_P(Shutdown, WhileWaitingEverySessionIsClosed) {
   srv.prepared(b, "SELECT k FROM " + t + " WHERE k = ?");
   ASSERT_EQ(srv.direct(b, "SELECT k FROM " + t, sb), qz::kOk);
   EXPECT_EQ(srv.call("Disconnect", {Arg::integer(a)}), qz::kOk);  // kept open by its statement
-  EXPECT_EQ(sessions(), "2\n");
+  EXPECT_EQ(pg_sessions(app()), "2\n");
   srv.stop_cleanly();
-  EXPECT_EQ(sessions_left(), "0\n");
+  EXPECT_EQ(pg_sessions_left(app()), "0\n");
 }
 
 // SIGTERM while Execute waits inside the driver for a statement that runs for 30 seconds:
@@ -425,7 +334,7 @@ TEST_P(Shutdown, DuringAStatementInTheDatabase) {
   ExitInfo e = srv.s.wait_exit(2000ms);
   EXPECT_TRUE(e.exited && e.code == 0) << e.describe() << "\n" << srv.log();
   EXPECT_LT(std::chrono::steady_clock::now() - t0, 2s);
-  EXPECT_EQ(sessions_left(), "0\n");
+  EXPECT_EQ(pg_sessions_left(app()), "0\n");
 }
 
 // The driver manager at its highest thread protection serialises SQLCancel with the very
@@ -450,7 +359,7 @@ TEST_P(Shutdown, WhenTheCancelBlocksTheWatchdogEndsTheProcess) {
   ExitInfo e = srv.s.wait_exit(2000ms);
   EXPECT_TRUE(e.exited && e.code == 0) << e.describe() << "\n" << srv.log();
   // Not cancelled: the session ends when its statement does and finds no client.
-  EXPECT_EQ(sessions_left(), "0\n");
+  EXPECT_EQ(pg_sessions_left(app()), "0\n");
 }
 
 INSTANTIATE_TEST_SUITE_P(Drivers, Shutdown, ::testing::Values(Backend{"postgres", Kind::postgres}),

@@ -12,6 +12,11 @@ here=$(cd "$(dirname "$0")" && pwd)
 tmp=$(mktemp -d /tmp/qz-package.XXXXXX)
 trap 'rm -rf "$tmp"' EXIT
 fail() { echo "FAIL: $*" >&2; exit 1; }
+# same WHAT GOT EXPECTED: fails unless the two texts are equal.
+same() { [ "$2" = "$3" ] || fail "$1 printed:
+$2
+expected:
+$3"; }
 
 cpack -G DEB --config "$build/CPackConfig.cmake" -B "$tmp/pkg" >"$tmp/cpack.log" 2>&1 ||
   { cat "$tmp/cpack.log"; fail "cpack"; }
@@ -48,10 +53,7 @@ Connect \"Driver={QZ SQLite};Database=$tmp/smoke.db\" \$conn -> 0
 Commit \$conn -> 0
 Disconnect \$conn -> 0
 Disconnect \$conn -> 8 (unknown identifier or unusable argument)"
-[ "$out" = "$expected" ] || fail "qzcall output:
-$out
-expected:
-$expected"
+same "qzcall run" "$out" "$expected"
 echo "unpacked qzcall ran the script through the unpacked qzodbc"
 
 out=$(cd "$tmp" && PATH=/usr/bin:/bin "$root/usr/bin/qzcall" sql \
@@ -63,10 +65,7 @@ expected="OK
 ---+------
  1 | café
 (1 row)"
-[ "$out" = "$expected" ] || fail "qzcall sql output:
-$out
-expected:
-$expected"
+same "qzcall sql" "$out" "$expected"
 echo "unpacked qzcall ran a query through the unpacked qzodbc"
 
 # A program built against the unpacked tree with find_package(qzodbc), and a C program
@@ -76,7 +75,7 @@ cmake -S "$here/consumer" -B "$tmp/consumer" -G Ninja -DCMAKE_PREFIX_PATH="$root
 cmake --build "$tmp/consumer" >>"$tmp/consumer.log" 2>&1 ||
   { cat "$tmp/consumer.log"; fail "build the consumer"; }
 got=$("$tmp/consumer/consumer" "$root/usr/bin/qzodbc") || fail "consumer: $got"
-[ "$got" = "Revision 1.8; 0.1 + 0.2 = 0.3" ] || fail "consumer printed: $got"
+same consumer "$got" "Revision 1.8; 0.1 + 0.2 = 0.3"
 echo "find_package(qzodbc): $got"
 
 cat >"$tmp/sum.c" <<'C'
@@ -96,7 +95,7 @@ export PKG_CONFIG_PATH=$root/usr/lib/pkgconfig
 cc "$tmp/sum.c" -o "$tmp/sum" $(pkg-config --cflags --libs qzmath) -Wl,-rpath,"$root/usr/lib" ||
   fail "compile through pkg-config qzmath"
 got=$("$tmp/sum")
-[ "$got" = "3.75" ] || fail "pkg-config program printed: $got"
+same "the pkg-config program" "$got" "3.75"
 pkg-config --cflags qzclient | grep -q -- "-I$root/usr/lib/pkgconfig/../../include" ||
   fail "qzclient.pc: $(pkg-config --cflags qzclient)"
 echo "pkg-config qzmath: $got"
@@ -106,6 +105,6 @@ c++ -std=c++20 "$src/doc/example/query.cpp" -o "$tmp/query" $(pkg-config --cflag
   -Wl,-rpath,"$root/usr/lib" || fail "compile the README example through pkg-config qzclient"
 got=$("$tmp/query" "$root/usr/bin/qzodbc" "Driver={QZ SQLite};Database=$tmp/smoke.db" \
   "SELECT k, s FROM t") || fail "README example: $got"
-[ "$got" = "K=1 S=caf$(printf '\xc5')" ] || fail "README example printed: $got"
+same "the README example" "$got" "K=1 S=caf$(printf '\xc5')"
 echo "README example: $got"
 echo "package checks passed"
