@@ -28,7 +28,8 @@ std::vector<t_DECIMAL> records(uint64_t seed) {
   for (auto &r : v) {
     std::memset(&r, 0, sizeof r);
     int n = 1 + static_cast<int>(next(seed) % 8);
-    for (int i = 0; i < n; ++i) r.dec_dgts[i] = static_cast<uint8_t>(next(seed) % 100);
+    for (int i = 0; i < n; ++i)
+      r.dec_dgts[i] = static_cast<uint8_t>(next(seed) % 100);
     if (r.dec_dgts[0] == 0) r.dec_dgts[0] = 3;
     if (r.dec_dgts[n - 1] == 0) r.dec_dgts[n - 1] = 7;
     r.dec_ndgts = static_cast<int8_t>(n);
@@ -115,7 +116,8 @@ BENCHMARK(BM_arith<decdiv>)->Name("BM_decdiv");
 void BM_deccvasc(benchmark::State &state) {
   auto v = records(5);
   std::vector<char> texts(kPool * 32);
-  for (size_t k = 0; k < kPool; ++k) m_gcvt(&v[k], 14, &texts[k * 32]);
+  for (size_t k = 0; k < kPool; ++k)
+    m_gcvt(&v[k], 14, &texts[k * 32]);
   size_t i = 0;
   for (auto _ : state) {
     const char *t = &texts[(i++ % kPool) * 32];

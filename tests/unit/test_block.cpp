@@ -108,9 +108,9 @@ TEST_P(Block, ArrayElementsFollowTheElementSize) {
 }
 
 TEST_P(Block, AddressesOutsideTheSegmentFailTheAssertion) {
-  const char *cond = GetParam() == 64
-                         ? "Assertion `ofs >= 0 && ofs < \\(\\(t_DLL_INFO64 \\*\\)dll_info\\)->shmsz'"
-                         : "Assertion `ofs >= 0 && ofs < dll_info->shmsz'";
+  const char *cond =
+      GetParam() == 64 ? "Assertion `ofs >= 0 && ofs < \\(\\(t_DLL_INFO64 \\*\\)dll_info\\)->shmsz'"
+                       : "Assertion `ofs >= 0 && ofs < dll_info->shmsz'";
   argc(2);
   descriptor(0, DLL_STRING, 0, kBase + 4096, 0, 1, 1);
   EXPECT_DEATH(u_get_arg(0), cond);
