@@ -39,6 +39,18 @@ enum OdbcStatus : int {
 // an allocation failure has no recovery path: the registries and the diagnostics queue.
 [[noreturn]] void fatal_no_memory(const char *file, int line, std::size_t size);
 
+// Terminates text that a driver wrote into a buffer of `size` bytes (size >= 1) and whose
+// full length it reported as `reported`, and returns the text's length. A driver may fill
+// the buffer to its last byte and leave no terminator when it cuts a text, so the length
+// comes from the report and the buffer alone: a cut text keeps size - 1 bytes.
+inline std::size_t terminate_driver_text(void *buf, std::size_t size, long long reported) {
+  const std::size_t n = reported >= 0 && static_cast<unsigned long long>(reported) < size - 1
+                            ? static_cast<std::size_t>(reported)
+                            : size - 1;
+  static_cast<char *>(buf)[n] = '\0';
+  return n;
+}
+
 }  // namespace qz
 
 // A message of category O whose text starts with "<base name of this file>(<line>): ".

@@ -71,6 +71,8 @@ SQLRETURN err(connection *conn, stmt *s, SQLRETURN rc, int quiet, const char *fi
     const char *text = reinterpret_cast<const char *>(message);
     const char *sqlstate = reinterpret_cast<const char *>(state);
     if (e == SQL_SUCCESS || e == SQL_SUCCESS_WITH_INFO) {
+      qz::terminate_driver_text(message, kMessageBuffer, len);
+      state[5] = '\0';  // five characters, however many the driver wrote
       // The native code is printed as the unsigned 32-bit value it is on the wire, so
       // that -1 reads the same in both word sizes.
       qz__Log('O', 2, "%s(%d): %s SQLState=%s [%lu]", base, line, text, sqlstate,
@@ -145,8 +147,7 @@ int do_connect(connection *conn, const char *conn_spec, int conn_spec_len) {
                                   SQL_DRIVER_NOPROMPT);
   if (conn->methods->err(conn, nullptr, rc, 0, __FILE__, __LINE__)) return qz::kConnectFailed;
   conn->flags |= CONN_CONNECTED;
-  out[kConnSpecBuffer - 1] = '\0';
-  std::size_t n = std::strlen(reinterpret_cast<char *>(out));
+  std::size_t n = qz::terminate_driver_text(out, kConnSpecBuffer, out_len);
   qz__charset_map(kIso8859_1, kRoman8, out, static_cast<unsigned>(n));
   conn->conn_spec = static_cast<char *>(dll_alloc(n + 1));
   if (!conn->conn_spec) {

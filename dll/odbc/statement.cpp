@@ -299,8 +299,7 @@ int fetch(stmt *s) {
     return qz::kFetchFailed;
   }
   s->flags |= STMT_FETCHED;
-  for (int i = 0; i < s->num_columns; ++i)
-    s->rset[i].mapped &= ~1u;
+  seal_fetched_text(s);
   return qz::kOk;
 }
 

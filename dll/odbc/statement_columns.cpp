@@ -69,11 +69,9 @@ T value_of(const column *c) {
   return v;
 }
 
-// Length of a fetched text: up to its NUL, never past the buffer.
+// Length of a fetched text, which seal_fetched_text has terminated inside its buffer.
 unsigned text_length(const column *c) {
-  const char *data = static_cast<const char *>(c->data);
-  const void *nul = std::memchr(data, '\0', static_cast<std::size_t>(c->size));
-  return static_cast<unsigned>(nul ? static_cast<const char *>(nul) - data : c->size);
+  return static_cast<unsigned>(std::strlen(static_cast<const char *>(c->data)));
 }
 
 }  // namespace
@@ -112,7 +110,7 @@ int setup_result(stmt *s) {
       drop_statement(s);
       return qz::kOdbcFailed;
     }
-    name[kNameBuffer - 1] = '\0';
+    qz::terminate_driver_text(name, kNameBuffer, name_len);
     const char *driver_name = reinterpret_cast<const char *>(name);
     c->title = copy_text(driver_name);
     if (!c->title) {
@@ -155,6 +153,17 @@ int setup_result(stmt *s) {
     }
   }
   return qz::kOk;
+}
+
+void seal_fetched_text(stmt *s) {
+  for (int i = 0; i < s->num_columns; ++i) {
+    column *c = &s->rset[i];
+    c->mapped &= ~1u;
+    if (c->ctype != SQL_C_CHAR || c->len_ind == SQL_NULL_DATA) continue;
+    // A cut value (len_ind at or over the size, or SQL_NO_TOTAL) keeps size - 1 bytes, as
+    // it arrives from the drivers that do terminate it.
+    qz::terminate_driver_text(c->data, static_cast<std::size_t>(c->size), c->len_ind);
+  }
 }
 
 int column_TITLE(stmt *s, int col, char **text) {

@@ -13,6 +13,10 @@
 // Result columns and data (statement_columns.cpp). Column numbers are 1-based; the texts
 // handed out belong to the statement, or to the shared 512-byte buffer of getdata_STRING,
 // which the next getdata_STRING overwrites.
+// After a successful fetch: marks every column's text as not yet in HP Roman-8, and cuts
+// each text value to what its buffer and length indicator vouch for, terminating it there.
+// Nothing that reads a fetched value trusts the driver to have terminated its buffer.
+void seal_fetched_text(stmt *s);
 int column_TITLE(stmt *s, int col, char **text);
 int column_VARNAME(stmt *s, int col, char **text);
 int column_TYPE(stmt *s, int col, int *type);
