@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
 # A throwaway PostgreSQL 15 cluster for the tests: a fresh temporary directory, a Unix
-# socket only, trust authentication, run by the postgres user (never by root).
+# socket only, trust authentication, run by the postgres user (never by root), stopped
+# when the program that started it ends, however it ends.
 #
 #   pg-cluster.sh start STATE_DIR        create and start a cluster; record it in STATE_DIR
 #   pg-cluster.sh stop STATE_DIR         stop the recorded cluster and remove its directory
@@ -102,6 +103,13 @@ Username=$superuser
 ConnSettings=SET client_encoding TO 'LATIN1'
 EOF
   trap - ERR
+  # The cluster must not outlive the program that started it (ctest, stopped early by
+  # --stop-on-failure, a time-out or Ctrl-C, skips the stop): a detached watcher stops it
+  # within a second of that program's end, unless a stop or a newer start came first.
+  local owner=$PPID
+  setsid bash -c "while kill -0 $owner && grep -qx 'QZ_PG_DIR=$dir' '$env_file'; do sleep 1; done
+                  grep -qx 'QZ_PG_DIR=$dir' '$env_file' && '$0' stop '$state_dir'" \
+    </dev/null >/dev/null 2>&1 &
   echo "pg-cluster: PostgreSQL 15 running in $dir (socket only), database $database"
 }
 

@@ -1,0 +1,567 @@
+// What a call script cannot say, through libqzclient: start-up refusals and the process
+// state a server starts in, SIGTERM during a call, an interpreter that is gone, data
+// outside the segment, callbacks, every allocation failing in turn, what SIGTERM
+// releases, also while a call waits in the driver or the database; and qzcall's shell on
+// a terminal.
+#include <dirent.h>
+#include <gtest/gtest.h>
+#include <poll.h>
+#include <pty.h>
+#include <signal.h>
+#include <sys/shm.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <functional>
+#include <set>
+#include <sstream>
+#include <thread>
+
+#include "qzclient.hpp"
+
+namespace {
+
+using namespace std::chrono_literals;
+using qz::client::Arg;
+using qz::client::CallResult;
+using qz::client::ExitInfo;
+using qz::client::Layout;
+using qz::client::Options;
+using qz::client::Session;
+
+std::string env(const char *name) {
+  const char *v = std::getenv(name);
+  return v ? v : "";
+}
+bool emulated() {
+  return !env("QZ_LAUNCHER").empty();
+}
+
+// A server of this build (QZ_SERVER_<var>), through the emulator in the i386 build, with
+// `vars` in its environment.
+Options server(const char *var, Layout layout = Layout::bits32,
+               const std::vector<std::string> &vars = {}) {
+  Options o;
+  o.server = env(var);
+  o.layout = layout;
+  o.timeout = 20s;
+  if (emulated()) {
+    o.launcher = {env("QZ_LAUNCHER")};
+    for (const std::string &v : vars)
+      o.launcher.insert(o.launcher.end(), {"-E", v});
+  } else if (!vars.empty()) {
+    o.launcher = {"/usr/bin/env"};
+    o.launcher.insert(o.launcher.end(), vars.begin(), vars.end());
+  }
+  return o;
+}
+
+// A fresh directory, removed at the end.
+struct TempDir {
+  std::string path;
+  TempDir() {
+    char t[] = "/tmp/qz-process.XXXXXX";
+    path = mkdtemp(t);
+  }
+  ~TempDir() { std::system(("rm -rf " + path).c_str()); }
+  std::string file(const std::string &name) const { return path + "/" + name; }
+};
+
+std::string read_file(const std::string &path) {
+  std::ifstream in(path);
+  return std::string(std::istreambuf_iterator<char>(in), {});
+}
+
+ExitInfo stop(Session &s) {
+  ExitInfo e = s.stop();
+  // In the sanitizer build a leak would be reported here, on standard error.
+  EXPECT_TRUE(e.exited && e.code == 0) << e.describe() << "\n" << s.stderr_text();
+  return e;
+}
+
+int status_of(Session &s, const char *name, std::initializer_list<Arg> args) {
+  CallResult r = s.call(name, args);
+  EXPECT_TRUE(r.ok()) << name << ": " << r.error << "\n" << s.stderr_text();
+  return r.ok() ? r.status : -999;
+}
+
+// ---- start-up ----------------------------------------------------------------------
+
+TEST(StartUp, RefusalsExitWithStatus2AndSayWhy) {
+  const std::string prog = server("QZ_SERVER_HOST_TEST").server;
+  // An interpreter without standard input still gets the server's messages.
+  int saved_stdin = dup(0);
+  close(0);
+  const struct {
+    std::optional<std::vector<std::string>> argv;  // the command line; default if none
+    void (*patch)(unsigned char *);                // changes the header before the start
+    std::string err;
+  } cases[] = {
+      {std::vector<std::string>{}, nullptr, prog + ": Illegal call\n"},
+      {std::vector<std::string>{"{id}", "extra"}, nullptr, prog + ": Illegal call\n"},
+      {std::vector<std::string>{"{id}:16"}, nullptr, prog + ": Illegal argument: "},
+      {std::vector<std::string>{"999999999"}, nullptr, "shmat: Invalid argument\n"},
+      {std::nullopt, [](unsigned char *b) { b[5] = 'X'; }, "Bad DLL_MAGIC\n"},
+      {std::nullopt, [](unsigned char *b) { b[7] = 1; }, "Bad DLL_MAGIC\n"},
+      {std::nullopt, [](unsigned char *b) { b[8] = 0x02; }, "Unsupported DLL_VERSION 102\n"},
+  };
+  for (const auto &c : cases) {
+    Options o = server("QZ_SERVER_HOST_TEST");
+    o.argv = c.argv;
+    if (c.patch) o.before_spawn = c.patch;
+    Session s;
+    ASSERT_TRUE(s.start(o)) << s.error();
+    ExitInfo e = s.wait_exit(20s);
+    EXPECT_TRUE(e.exited && e.code == 2) << e.describe() << " " << c.err;
+    EXPECT_EQ(s.stderr_text().substr(0, c.err.size()), c.err);
+    EXPECT_FALSE(s.ping());
+    EXPECT_NE(s.error(), "");
+    // Only a native program shows the kernel's record of who attached the segment last.
+    struct shmid_ds ds;
+    if (!emulated() && shmctl(s.shm_id(), IPC_STAT, &ds) == 0) {
+      EXPECT_EQ(ds.shm_lpid == s.pid(), !c.argv) << c.err;
+    }
+    s.stop();
+  }
+  dup2(saved_stdin, 0);
+  close(saved_stdin);
+}
+
+TEST(StartUp, SuffixesChooseTheLayoutIgnoredSignalsStayAndOnlyStandardErrorIsOpen) {
+  for (auto [arg, layout] : {std::pair{"{id}", Layout::bits32},
+                             {"{id}:32", Layout::bits32},
+                             {"{id}:0", Layout::bits32},
+                             {"{id}:", Layout::bits32},
+                             {"{id}:x64", Layout::bits32},
+                             {"{id}:64", Layout::bits64}}) {
+    // The parent ignores SIGHUP (as under nohup) and SIGSEGV.
+    struct sigaction ign {
+    }, old_hup{}, old_segv{};
+    ign.sa_handler = SIG_IGN;
+    sigaction(SIGHUP, &ign, &old_hup);
+    sigaction(SIGSEGV, &ign, &old_segv);
+    Options o = server("QZ_SERVER_HOST_TEST", layout);
+    o.argv = std::vector<std::string>{arg};
+    Session s;
+    bool started = s.start(o);
+    sigaction(SIGHUP, &old_hup, nullptr);
+    sigaction(SIGSEGV, &old_segv, nullptr);
+    ASSERT_TRUE(started) << s.error();
+    CallResult r = s.call("SetInt", {Arg::int_var(0), Arg::integer(77)});
+    ASSERT_TRUE(r.ok() && r.status == 0) << arg << ": " << r.error;
+    EXPECT_EQ(r.args[0].as_int(), 77) << arg;
+    if (!emulated()) {  // the emulator's own state is what /proc shows there
+      std::ifstream status("/proc/" + std::to_string(s.pid()) + "/status");
+      std::uint64_t ignored = 0;
+      for (std::string line; std::getline(status, line);)
+        if (line.rfind("SigIgn:", 0) == 0) ignored = std::stoull(line.substr(7), nullptr, 16);
+      EXPECT_TRUE(ignored & (1ULL << (SIGHUP - 1)));
+      EXPECT_FALSE(ignored & (1ULL << (SIGSEGV - 1)));
+      std::set<std::string> fds;
+      DIR *d = opendir(("/proc/" + std::to_string(s.pid()) + "/fd").c_str());
+      while (dirent *e = d ? readdir(d) : nullptr)
+        if (e->d_name[0] != '.') fds.insert(e->d_name);
+      if (d) closedir(d);
+      EXPECT_EQ(fds, std::set<std::string>{"2"});
+    }
+    kill(s.pid(), SIGHUP);  // ignored
+    std::this_thread::sleep_for(20ms);
+    EXPECT_TRUE(s.ping()) << s.error();
+    stop(s);
+    EXPECT_EQ(s.stderr_text(), "");
+  }
+}
+
+// ---- the call protocol ----------------------------------------------------------------
+
+class Protocol : public ::testing::TestWithParam<Layout> {
+ protected:
+  void SetUp() override { ASSERT_TRUE(s.start(server("QZ_SERVER_HOST_TEST", GetParam()))); }
+  Session s;
+};
+
+TEST_P(Protocol, TermDuringACallExitsZeroWithoutAnswering) {
+  ASSERT_TRUE(s.ping());
+  Arg ms = Arg::integer(10000);
+  ASSERT_TRUE(s.write_call("Sleep", std::span<const Arg>(&ms, 1)));
+  s.put32(s.layout().status, 12345);
+  ASSERT_EQ(kill(s.pid(), SIGUSR2), 0);
+  std::this_thread::sleep_for(200ms);
+  kill(s.pid(), SIGTERM);
+  ExitInfo e = s.wait_exit(5s);
+  EXPECT_TRUE(e.exited && e.code == 0) << e.describe();
+  EXPECT_EQ(s.get32(s.layout().status), 12345);  // no status stored
+  sigset_t pending;
+  sigpending(&pending);
+  EXPECT_FALSE(sigismember(&pending, SIGUSR2));  // and no answer sent
+}
+
+TEST_P(Protocol, AnInterpreterThatIsGoneEndsTheServerAfterTheCall) {
+  ASSERT_TRUE(s.ping());
+  pid_t gone = fork();
+  if (gone == 0) _exit(0);
+  waitpid(gone, nullptr, 0);
+  s.put32(s.layout().pid, gone);
+  Arg args[] = {Arg::int_var(0), Arg::integer(3)};
+  ASSERT_TRUE(s.write_call("SetInt", args));
+  s.put32(s.layout().status, -77);
+  ASSERT_EQ(kill(s.pid(), SIGUSR2), 0);
+  ExitInfo e = s.wait_exit(10s);
+  EXPECT_TRUE(e.exited && e.code == 0) << e.describe();
+  EXPECT_EQ(s.get32(s.layout().status), 0);  // the status was stored before the signal
+}
+
+// Data that starts outside the segment, or an array that runs past its end, stops the
+// server with the assertion's condition; data at the segment's first byte is inside.
+TEST_P(Protocol, DataOutsideTheSegmentFailsTheAssertion) {
+  const std::string outside = GetParam() == Layout::bits64
+                                  ? "`ofs >= 0 && ofs < ((t_DLL_INFO64 *)dll_info)->shmsz' failed"
+                                  : "`ofs >= 0 && ofs < dll_info->shmsz' failed";
+  for (auto [from_end, elcnt, cond] :
+       {std::tuple{64L, 1, outside},
+        {-8L, 3, std::string("Assertion `end >= 0 && end <= ")},
+        {0L, 1, std::string()}}) {  // no condition: the data starts at the segment's offset 0
+    Session t;
+    ASSERT_TRUE(t.start(server("QZ_SERVER_HOST_TEST", GetParam()))) << t.error();
+    Arg args[] = {Arg::int_var(0), Arg::integer(3)};
+    ASSERT_TRUE(t.write_call("SetInt", args));
+    const auto &l = t.layout();
+    t.put_address(l.args + l.arg_size + l.a_ptr,
+                  cond.empty()
+                      ? t.address_of(0)
+                      : t.address_of(t.block_size()) + static_cast<std::uint64_t>(from_end));
+    t.put32(l.args + l.arg_size + l.a_elcnt, elcnt);
+    CallResult r = t.raw_call();
+    if (cond.empty()) {  // the integer read and written back at offset 0
+      EXPECT_TRUE(r.ok() && r.status == 0) << r.error;
+      EXPECT_EQ(t.get32(0), 3);
+      continue;
+    }
+    EXPECT_EQ(r.kind, CallResult::Kind::server_died) << r.error;
+    EXPECT_EQ(t.exit_info().signal, SIGABRT);
+    EXPECT_NE(t.stderr_text().find(cond), std::string::npos) << t.stderr_text();
+  }
+  stop(s);
+}
+
+TEST_P(Protocol, CallbacksGetTheirOwnAnswersEvenWhenTheyArriveEarly) {
+  std::vector<int> seen;
+  s.on_callback([&](int code) {
+    seen.push_back(code);
+    return code * 10 + 1;
+  });
+  CallResult r =
+      s.call("CallbackTwice", {Arg::integer(7), Arg::integer(8), Arg::int_var(0), Arg::int_var(0)});
+  ASSERT_TRUE(r.ok()) << r.error;
+  EXPECT_EQ(r.args[2].as_int(), 71);
+  EXPECT_EQ(r.args[3].as_int(), 81);
+  EXPECT_EQ(seen, (std::vector<int>{7, 8}));
+  EXPECT_EQ(status_of(s, "ReturnStatus", {Arg::integer(5)}), 5);  // the call handler is back
+  // An answer sent while the server still sleeps, before it asks: pending, not lost.
+  const auto &l = s.layout();
+  Arg args[] = {Arg::integer(300), Arg::integer(4)};
+  ASSERT_TRUE(s.write_call("CallbackAfter", args));
+  ASSERT_EQ(kill(s.pid(), SIGUSR2), 0);
+  std::this_thread::sleep_for(50ms);
+  s.put32(l.status, 41);
+  ASSERT_EQ(kill(s.pid(), SIGUSR2), 0);
+  sigset_t usr2;
+  sigemptyset(&usr2);
+  sigaddset(&usr2, SIGUSR2);
+  timespec limit{10, 0}, brief{0, 200000000};
+  siginfo_t info;
+  ASSERT_EQ(sigtimedwait(&usr2, &info, &limit), SIGUSR2);  // the request
+  EXPECT_EQ(s.get32(l.callback), 4);
+  // The end of the call may follow so closely that the two signals merge: watch the
+  // status, which becomes the early answer plus one when the function returns.
+  for (int i = 0; i < 10000 && s.get32(l.status) != 42; ++i)
+    std::this_thread::sleep_for(1ms);
+  EXPECT_EQ(s.get32(l.status), 42);
+  sigtimedwait(&usr2, &info, &brief);  // the end-of-call signal, if it came apart
+  EXPECT_EQ(status_of(s, "ReturnStatus", {Arg::integer(6)}), 6);
+  stop(s);
+}
+
+INSTANTIATE_TEST_SUITE_P(Layouts, Protocol, ::testing::Values(Layout::bits32, Layout::bits64));
+
+// ---- allocation failures ----------------------------------------------------------------
+
+// `call` with the n-th allocation failing, for n = 1, 2, ... until it succeeds: every
+// failure is status 2 and leaves nothing behind (a leak fails the sanitizer build at the
+// server's exit); `undo` then takes back what the successful call made.
+void every_allocation_fails(
+    Session &s, const char *what, const std::function<int()> &call,
+    const std::function<void()> &undo = [] {}) {
+  for (int n = 1; n < 100; ++n) {
+    ASSERT_EQ(status_of(s, "FailAlloc", {Arg::integer(n)}), 0);
+    int st = call();
+    if (st == 0) {
+      status_of(s, "FailAlloc", {Arg::integer(0)});
+      undo();
+      return;
+    }
+    EXPECT_EQ(st, 2) << what << ", allocation " << n;
+  }
+  ADD_FAILURE() << what << " never succeeded";
+}
+
+TEST(AllocationFailures, EveryFailureIsStatus2AndLeavesNothing) {
+  TempDir dir;
+  const std::string db = "Driver={QZ SQLite};Database=" + dir.file("t.db");
+  // Server b's driver cannot describe parameters (their buffers come from SetParam and
+  // Execute) nor commit.
+  Session a, b;
+  ASSERT_TRUE(a.start(server("QZ_SERVER_ODBC_TEST"))) << a.error();
+  ASSERT_TRUE(b.start(server("QZ_SERVER_ODBC_TEST", Layout::bits32,
+                             {"LD_PRELOAD=" + env("QZ_INTERPOSER"),
+                              "QZ_ODBC_INTERPOSE=SQLDescribeParam:unsupported;SQLTransact:-1"})))
+      << b.error();
+  every_allocation_fails(
+      a, "Connect",
+      [&] {
+        return status_of(a, "Connect", {Arg::string(db), Arg::int_var(0)});
+      },
+      [&] { status_of(a, "Disconnect", {Arg::integer(1)}); });
+  for (Session *s : {&a, &b})
+    ASSERT_EQ(status_of(*s, "Connect", {Arg::string(db), Arg::int_var(0)}), 0);
+  ASSERT_EQ(status_of(a, "ExecDirect",
+                      {Arg::integer(1), Arg::string("CREATE TABLE t (k, s)"), Arg::int_var(0)}),
+            0);
+  ASSERT_EQ(
+      status_of(a, "ExecDirect",
+                {Arg::integer(1), Arg::string("INSERT INTO t VALUES (1, 'one')"), Arg::int_var(1)}),
+      0);
+  every_allocation_fails(a, "SetConnectOption with a string", [&] {
+    return status_of(a, "SetConnectOption",
+                     {Arg::integer(1), Arg::integer(105), Arg::string(dir.file("dm.trace"))});
+  });
+  every_allocation_fails(a, "Prepare", [&] {
+    return status_of(
+        a, "Prepare",
+        {Arg::integer(1), Arg::string("SELECT k, s FROM t WHERE k = ?"), Arg::int_var(2)});
+  });
+  every_allocation_fails(a, "Execute", [&] {
+    return status_of(a, "Execute", {Arg::integer(2), Arg::integer(1)});
+  });
+  every_allocation_fails(a, "Fetch", [&] {
+    return status_of(a, "Fetch", {Arg::integer(2), Arg::int_var(0), Arg::string_var("", 100)});
+  });
+  every_allocation_fails(a, "SetColumnType", [&] {
+    return status_of(a, "SetColumnType", {Arg::integer(2), Arg::integer(2), Arg::integer(6)});
+  });
+  ASSERT_EQ(
+      status_of(b, "Prepare",
+                {Arg::integer(1), Arg::string("INSERT INTO t VALUES (?, ?)"), Arg::int_var(0)}),
+      0);
+  every_allocation_fails(b, "SetParam", [&] {
+    return status_of(b, "SetParam", {Arg::integer(1), Arg::integer(1), Arg::integer(2)});
+  });
+  every_allocation_fails(b, "Execute", [&] { return status_of(b, "Execute", {Arg::integer(1)}); });
+  // Memory for the diagnostics queue has no way back: the process stops, saying why.
+  ASSERT_EQ(status_of(b, "FailAlloc", {Arg::integer(1)}), 0);
+  CallResult r = b.call("Commit", {Arg::integer(1)});
+  EXPECT_EQ(r.kind, CallResult::Kind::server_died) << r.error;
+  EXPECT_EQ(b.exit_info().signal, SIGABRT);
+  EXPECT_NE(b.stderr_text().find("Assertion `memory allocation failed' failed"), std::string::npos)
+      << b.stderr_text();
+  stop(a);
+}
+
+// ---- SIGTERM ---------------------------------------------------------------------------
+
+// The PostgreSQL cluster's record (QZ_PG_DIR, QZ_PG_PORT, QZ_PG_USER, QZ_PG_DATABASE).
+std::map<std::string, std::string> pg() {
+  std::ifstream in(env("QZ_PG_ENV"));
+  std::map<std::string, std::string> v;
+  for (std::string line; std::getline(in, line);)
+    if (line.find('=') != std::string::npos)
+      v[line.substr(0, line.find('='))] = line.substr(line.find('=') + 1);
+  return v;
+}
+
+// Sessions of the program `app` in the cluster's pg_stat_activity, as psql prints it.
+std::string sessions(const std::string &app, const std::string &also = "") {
+  auto v = pg();
+  std::string cmd = "/usr/lib/postgresql/15/bin/psql -X -A -t -q -h " + v["QZ_PG_DIR"] + " -p " +
+                    v["QZ_PG_PORT"] + " -U " + v["QZ_PG_USER"] + " -d " + v["QZ_PG_DATABASE"] +
+                    " -c \"SELECT count(*) FROM pg_stat_activity WHERE application_name = '" + app +
+                    "'" + also + "\"";
+  std::string out;
+  if (FILE *p = popen(cmd.c_str(), "r")) {
+    for (char buf[256]; std::fgets(buf, sizeof buf, p);)
+      out += buf;
+    pclose(p);
+  }
+  return out;
+}
+
+// Sessions of `app` left after a server ended: the database notices a client gone a
+// moment later.
+std::string sessions_left(const std::string &app) {
+  std::string n;
+  for (int i = 0; i < 100 && (n = sessions(app)) != "0\n"; ++i)
+    std::this_thread::sleep_for(20ms);
+  return n;
+}
+
+// SIGTERM while waiting releases every statement before its connection, and a connection
+// that Disconnect freed stays open for its statement and closes with it. SIGTERM while a
+// call is inside the driver releases nothing (the driver manager is mid-call), and the
+// process still ends with 0.
+TEST(Shutdown, StatementsGoFirstAndNothingGoesWhileTheDriverIsInACall) {
+  TempDir dir;
+  const std::string db = "Driver={QZ SQLite};Database=" + dir.file("t.db");
+  for (bool in_call : {false, true}) {
+    const std::string calls = dir.file(in_call ? "calls-in-call" : "calls");
+    Session s;
+    ASSERT_TRUE(s.start(server("QZ_SERVER_ODBC", Layout::bits32,
+                               {"LD_PRELOAD=" + env("QZ_INTERPOSER"), "QZ_ODBC_TRACE=" + calls,
+                                "QZ_ODBC_INTERPOSE=SQLDriverConnect@4:block"})));
+    for (int k = 0; k < 3; ++k)
+      ASSERT_EQ(status_of(s, "Connect", {Arg::string(db), Arg::int_var(0)}), 0);
+    for (int k = 1; k <= 2; ++k)
+      ASSERT_EQ(
+          status_of(s, "ExecDirect", {Arg::integer(k), Arg::string("SELECT 1"), Arg::int_var(0)}),
+          0);
+    ASSERT_EQ(status_of(s, "Disconnect", {Arg::integer(1)}), 0);
+    EXPECT_EQ(read_file(calls).find("SQLDisconnect"), std::string::npos);  // still open
+    if (in_call) {
+      Arg args[] = {Arg::string(db), Arg::int_var(0)};
+      ASSERT_TRUE(s.write_call("Connect", args));
+      ASSERT_EQ(kill(s.pid(), SIGUSR2), 0);
+      std::this_thread::sleep_for(300ms);
+    }
+    stop(s);
+    std::istringstream trace(read_file(calls));
+    std::vector<std::string> order;
+    for (std::string fn, rc; trace >> fn >> rc;)
+      if (fn == "SQLFreeStmt" || fn == "SQLDisconnect") order.push_back(fn);
+    // Connection 1 goes with its last statement, the others after every statement.
+    const std::vector<std::string> released{"SQLFreeStmt", "SQLDisconnect", "SQLFreeStmt",
+                                            "SQLDisconnect", "SQLDisconnect"};
+    EXPECT_EQ(order, in_call ? std::vector<std::string>{} : released);
+  }
+}
+
+// PostgreSQL: sessions closed after SIGTERM while waiting; during a statement that runs in
+// the database the statement is cancelled and the server ends at once; and when the
+// driver manager serialises the cancel behind the very call it should cancel, the
+// watchdog ends the server all the same.
+TEST(Shutdown, PostgresSessionsEndAlsoDuringAStatement) {
+  if (env("QZ_PG_ENV").empty()) GTEST_SKIP() << "no PostgreSQL in this build";
+  const std::string app = "qz_term_" + std::to_string(getpid());
+  auto v = pg();
+  const std::string conn = "Driver={QZ PostgreSQL};Servername=" + v["QZ_PG_DIR"] +
+                           ";Port=" + v["QZ_PG_PORT"] + ";Database=" + v["QZ_PG_DATABASE"] +
+                           ";Username=" + v["QZ_PG_USER"] +
+                           ";ConnSettings={SET application_name TO '" + app + "'}";
+  TempDir sysini;  // the PostgreSQL driver at the driver manager's highest thread protection
+  {
+    std::ifstream in(env("ODBCSYSINI") + "/odbcinst.ini");
+    std::ofstream out(sysini.file("odbcinst.ini"));
+    for (std::string line; std::getline(in, line);)
+      out << line << (line == "[QZ PostgreSQL]" ? "\nThreading = 3\n" : "\n");
+  }
+  for (int round = 0; round < 3; ++round) {
+    Session s;
+    std::vector<std::string> vars;
+    if (round == 2) vars.push_back("ODBCSYSINI=" + sysini.path);
+    ASSERT_TRUE(s.start(server("QZ_SERVER_ODBC", Layout::bits32, vars)));
+    for (int k = 1; k <= 2; ++k)
+      ASSERT_EQ(status_of(s, "Connect", {Arg::string(conn), Arg::int_var(0)}), 0);
+    ASSERT_EQ(status_of(s, "Prepare",
+                        {Arg::integer(1), Arg::string("SELECT pg_sleep(30)"), Arg::int_var(0)}),
+              0);
+    ASSERT_EQ(status_of(s, "Disconnect", {Arg::integer(1)}), 0);  // kept open by its statement
+    EXPECT_EQ(sessions(app), "2\n");
+    if (round > 0) {  // Execute without waiting for its answer, until the database runs it
+      Arg args[] = {Arg::integer(1)};
+      ASSERT_TRUE(s.write_call("Execute", args));
+      ASSERT_EQ(kill(s.pid(), SIGUSR2), 0);
+      std::string active;
+      for (int i = 0; i < 200 && active != "1\n"; ++i) {
+        std::this_thread::sleep_for(20ms);
+        active = sessions(app, " AND state = 'active' AND query LIKE 'SELECT pg_sleep%'");
+      }
+      ASSERT_EQ(active, "1\n");
+    }
+    auto t0 = std::chrono::steady_clock::now();
+    ASSERT_EQ(kill(s.pid(), SIGTERM), 0);
+    ExitInfo e = s.wait_exit(2000ms);
+    EXPECT_TRUE(e.exited && e.code == 0) << round << ": " << e.describe() << "\n"
+                                         << s.stderr_text();
+    EXPECT_LT(std::chrono::steady_clock::now() - t0, 2s) << round;
+    if (round < 2) {
+      EXPECT_EQ(sessions_left(app), "0\n") << round;
+    }
+  }
+}
+
+// ---- qzcall on a terminal -------------------------------------------------------------
+
+// Reads from the terminal until `want` has appeared in `seen` at `from` or after (true),
+// or the other side is gone or silent for long (false).
+bool read_until(int fd, std::string &seen, const std::string &want, std::size_t from = 0) {
+  for (;;) {
+    if (!want.empty() && seen.find(want, from) != std::string::npos) return true;
+    pollfd p{fd, POLLIN, 0};
+    char buf[512];
+    ssize_t n = poll(&p, 1, 30000) > 0 ? read(fd, buf, sizeof buf) : 0;
+    if (n <= 0) return false;  // EIO: the shell has ended
+    seen.append(buf, static_cast<std::size_t>(n));
+  }
+}
+
+// The SQL shell on a terminal: a prompt for each statement, another while one goes on,
+// line editing that does not disturb what the database gets, \q.
+TEST(Terminal, TheShellPromptsAndRunsWhatIsTyped) {
+  TempDir dir;
+  std::vector<std::string> argv{env("QZ_QZCALL"), "--server", env("QZ_SERVER_ODBC"), "sql",
+                                "Driver={QZ SQLite};Database=" + dir.file("t.db")};
+  if (emulated()) {
+    argv.insert(argv.begin() + 3, {"--launcher", env("QZ_LAUNCHER")});
+    argv.insert(argv.begin(), env("QZ_LAUNCHER"));
+  }
+  std::vector<char *> cargv;
+  for (std::string &a : argv)
+    cargv.push_back(a.data());
+  cargv.push_back(nullptr);
+  int fd;
+  pid_t pid = forkpty(&fd, nullptr, nullptr, nullptr);
+  ASSERT_GE(pid, 0);
+  if (pid == 0) {
+    setenv("HOME", dir.path.c_str(), 1);
+    setenv("TERM", "dumb", 1);
+    execvp(cargv[0], cargv.data());
+    _exit(127);
+  }
+  std::string seen;
+  EXPECT_TRUE(read_until(fd, seen, "qz=> ")) << seen;
+  EXPECT_NE(seen.find("connected (connection 1)"), std::string::npos) << seen;
+  // Each line is typed once the prompt asks for it.
+  for (const char *line :
+       {"\\autocommit off\n", "\\commit\n", "select\n", "1 AS one;\n", "\\q\n"}) {
+    std::size_t from = seen.size();
+    ASSERT_EQ(::write(fd, line, std::strlen(line)), static_cast<ssize_t>(std::strlen(line)));
+    if (line[1] != 'q') {
+      EXPECT_TRUE(read_until(fd, seen, line[0] == 's' ? "qz-> " : "qz=> ", from)) << seen;
+    }
+  }
+  read_until(fd, seen, "");  // to the end
+  close(fd);
+  int st = 0;
+  ASSERT_EQ(waitpid(pid, &st, 0), pid);
+  EXPECT_TRUE(WIFEXITED(st) && WEXITSTATUS(st) == 0) << seen;
+  EXPECT_NE(seen.find("autocommit off\r\n"), std::string::npos) << seen;
+  EXPECT_NE(seen.find("committed\r\n"), std::string::npos) << seen;
+  EXPECT_NE(seen.find(" one\r\n-----\r\n   1\r\n(1 row)\r\n"), std::string::npos) << seen;
+  if (!emulated()) {  // the i386 build has no line editor: it reads plain lines
+    EXPECT_TRUE(std::filesystem::exists(dir.file(".qzcall_history")));
+  }
+}
+
+}  // namespace
