@@ -16,14 +16,15 @@
 #include <string>
 #include <vector>
 
+#include "bench_env.hpp"
 #include "bridge.hpp"
 #include "connection.hpp"
 #include "odbc_dll.hpp"
-#include "bench_env.hpp"
 #include "pingpong.hpp"
 #include "qzclient.hpp"
+#include "registry.hpp"
 #include "statement.hpp"
-#include "util.hpp"
+#include "xpack.hpp"
 
 namespace {
 

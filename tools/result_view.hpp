@@ -9,9 +9,9 @@
 #include <string_view>
 #include <vector>
 
-namespace qz::call {
+#include "encoding.hpp"
 
-enum class Encoding { utf8, latin1, roman8 };  // the user's text; the server's is Roman-8
+namespace qz::call {
 
 using Cell = std::optional<std::string>;  // a value in the user's encoding; empty: NULL
 using Row = std::vector<Cell>;

@@ -5,6 +5,8 @@
 #include <algorithm>
 #include <cstring>
 
+#include "qzstatus.hpp"
+
 namespace qz::call {
 
 using client::Arg;
@@ -12,31 +14,6 @@ using client::CallResult;
 using client::kInteger;
 using client::kReal;
 using client::kString;
-
-const char *status_meaning(int status) {
-  switch (status) {
-    case -1:
-      return "internal error, or a fetched value that does not convert";
-    case 2:
-      return "out of memory";
-    case 7:
-      return "no function of that name";
-    case 8:
-      return "unknown identifier or unusable argument";
-    case 9:
-      return "wrong number of arguments";
-    case 17:
-      return "array too short";
-    case 18:
-      return "string variable too small";
-    case 56:
-      return "log file cannot be opened";
-    case 606:
-      return "more than 50 arguments";
-    default:
-      return nullptr;
-  }
-}
 
 namespace {
 

@@ -10,10 +10,6 @@
 
 namespace qz::call {
 
-// Meaning of a status that the call host or the bridge gives, or null for one without a
-// fixed meaning (the 11xx codes mean different things for connections and statements).
-const char *status_meaning(int status);
-
 // Segment size that fits the largest call of the script, at least the library's default.
 std::size_t segment_bytes(const Script &script);
 

@@ -12,8 +12,8 @@
 #include <span>
 #include <sstream>
 
-#include "qzcharset.hpp"
-#include "runner.hpp"
+#include "qzstatus.hpp"
+#include "statements.hpp"
 
 #ifdef QZ_HAVE_LIBEDIT
 #include <editline/readline.h>
@@ -23,125 +23,6 @@ namespace qz::call {
 
 using client::Arg;
 using client::CallResult;
-
-// ---- statement splitting -------------------------------------------------------------
-
-std::vector<std::string> StatementSplitter::feed(std::string_view line) {
-  std::vector<std::string> out;
-  if (buf_.empty()) {
-    std::size_t i = line.find_first_not_of(" \t");
-    if (i == std::string_view::npos) return out;
-    if (line[i] == '\\') {
-      std::string cmd(line.substr(i));
-      while (!cmd.empty() && (cmd.back() == ' ' || cmd.back() == '\t' || cmd.back() == '\r'))
-        cmd.pop_back();
-      out.push_back(cmd);
-      return out;
-    }
-  }
-  std::size_t start = 0, end = line.size();
-  for (std::size_t i = 0; i < line.size(); ++i) {
-    char c = line[i];
-    if (quote_) {
-      if (c == quote_) quote_ = 0;  // a doubled quote reopens at once: same effect
-    } else if (c == '\'' || c == '"') {
-      quote_ = c;
-    } else if (c == '-' && i + 1 < line.size() && line[i + 1] == '-') {
-      end = i;  // a comment to the end of the line: kept in the text, ';' inside ignored
-      break;
-    } else if (c == ';') {
-      buf_.append(line.substr(start, i - start));
-      std::size_t b = buf_.find_first_not_of(" \t\r\n");
-      if (b != std::string::npos) out.push_back(buf_.substr(b));
-      buf_.clear();
-      start = i + 1;
-    }
-  }
-  // Nothing begun and nothing but blanks or a comment left: no statement is pending.
-  std::string_view code = line.substr(start, end - start);
-  if (buf_.empty() && code.find_first_not_of(" \t\r") == std::string_view::npos) return out;
-  std::string rest(line.substr(start));
-  buf_ += rest;
-  buf_ += '\n';
-  return out;
-}
-
-std::string StatementSplitter::finish() {
-  std::string s;
-  std::size_t b = buf_.find_first_not_of(" \t\r\n");
-  if (b != std::string::npos) {
-    std::size_t e = buf_.find_last_not_of(" \t\r\n");
-    s = buf_.substr(b, e - b + 1);
-  }
-  buf_.clear();
-  quote_ = 0;
-  return s;
-}
-
-bool StatementSplitter::pending() const {
-  return buf_.find_first_not_of(" \t\r\n") != std::string::npos;
-}
-
-// ---- encodings -----------------------------------------------------------------------
-
-std::string to_latin1(std::string_view text, Encoding e) {
-  std::string latin1;
-  if (e == Encoding::latin1) return std::string(text);
-  if (e == Encoding::roman8) {
-    latin1 = text;
-    qz__charset_map(0, 1, latin1.data(), static_cast<unsigned>(latin1.size()));
-    return latin1;
-  }
-  // UTF-8 to ISO 8859-1; a character outside it becomes '?', a byte that is no UTF-8 is
-  // taken as the ISO 8859-1 character it is.
-  for (std::size_t i = 0; i < text.size();) {
-    unsigned char c = static_cast<unsigned char>(text[i]);
-    int len = c < 0x80             ? 1
-              : (c & 0xE0) == 0xC0 ? 2
-              : (c & 0xF0) == 0xE0 ? 3
-              : (c & 0xF8) == 0xF0 ? 4
-                                   : 0;
-    bool ok = len > 0 && i + static_cast<std::size_t>(len) <= text.size();
-    unsigned cp = len == 1 ? c : len == 2 ? c & 0x1F : len == 3 ? c & 0x0F : c & 0x07;
-    for (int k = 1; ok && k < len; ++k) {
-      unsigned char d = static_cast<unsigned char>(text[i + static_cast<std::size_t>(k)]);
-      ok = (d & 0xC0) == 0x80;
-      cp = cp << 6 | (d & 0x3F);
-    }
-    if (!ok) {
-      latin1 += static_cast<char>(c);
-      ++i;
-      continue;
-    }
-    latin1 += cp <= 0xFF ? static_cast<char>(cp) : '?';
-    i += static_cast<std::size_t>(len);
-  }
-  return latin1;
-}
-
-std::string to_server(std::string_view text, Encoding e) {
-  if (e == Encoding::roman8) return std::string(text);
-  std::string s = to_latin1(text, e);
-  qz__charset_map(1, 0, s.data(), static_cast<unsigned>(s.size()));
-  return s;
-}
-
-std::string from_server(std::string_view text, Encoding e) {
-  if (e == Encoding::roman8) return std::string(text);
-  std::string latin1(text);
-  qz__charset_map(0, 1, latin1.data(), static_cast<unsigned>(latin1.size()));
-  if (e == Encoding::latin1) return latin1;
-  std::string out;
-  for (unsigned char c : latin1) {
-    if (c < 0x80) {
-      out += static_cast<char>(c);
-    } else {
-      out += static_cast<char>(0xC0 | c >> 6);
-      out += static_cast<char>(0x80 | (c & 0x3F));
-    }
-  }
-  return out;
-}
 
 // ---- the shell -----------------------------------------------------------------------
 
@@ -156,55 +37,6 @@ constexpr int kValueCapacity = 32768;   // GetData's variable: above the longest
 // Value type codes of GetColumnType whose values are numbers (shown to the right).
 constexpr int kTypeInteger = 2;
 constexpr int kTypeReal = 3;
-
-// Meanings of the bridge's own statuses as the shell's calls meet them; the others as the
-// call host and the bridge give them everywhere.
-const char *shell_status_meaning(int status) {
-  switch (status) {
-    case 1110:
-      return "no ODBC handle could be had";
-    case 1111:
-      return "the ODBC call failed";
-    case 1112:
-      return "no row fetched yet";
-    case 1113:
-      return "the driver refused the connection";
-    case 1114:
-      return "disconnecting failed";
-    case 1116:
-      return "the connection is closed";
-    case 1117:
-      return "the driver refused to prepare the statement";
-    case 1118:
-      return "the statement failed";
-    case 1120:
-      return "the statement has no result";
-    case 1121:
-      return "fetching a row failed";
-    case 1122:
-      return "no such column";
-    default:
-      return status_meaning(status);
-  }
-}
-
-constexpr const char *kHelp =
-    "SQL statements end with ';' (outside quotes and -- comments) or with the input.\n"
-    "Backslash commands (one a line):\n"
-    "  \\tables [PATTERN]    tables and views (PATTERN: name or schema.name, % and _\n"
-    "                       as wildcards)\n"
-    "  \\columns TABLE       columns of a table (TABLE: name or schema.name)\n"
-    "  \\format [table|csv|packed]   how result rows print (without: the one in use)\n"
-    "  \\width [N]           widest column of a table, in characters (0: no limit)\n"
-    "  \\autocommit on|off   commit every statement by itself, or not\n"
-    "  \\commit              commit the open transaction\n"
-    "  \\rollback            roll the open transaction back\n"
-    "  \\trace N             the server's call trace on standard error (0 off, 1 to 4)\n"
-    "  \\log FILE [FLAGS]    the server's log to FILE (console: standard error); FLAGS\n"
-    "                       as LogFlags takes them, O2 when not given\n"
-    "  \\conninfo            the completed connection string\n"
-    "  \\version             the server's version texts\n"
-    "  \\q                   quit\n";
 
 // A command and the input line it began on (0: not from a file).
 struct Command {
@@ -226,28 +58,6 @@ const Pick kColumnPicks[] = {{4, "column", false, false},
                              {6, "type", false, false},
                              {7, "size", false, false},
                              {11, "nullable", true, false}};
-
-// Whether a statement changes rows (its row count is then worth showing even when 0): its
-// first word, after blanks, comments and parentheses.
-bool changes_rows(std::string_view sql) {
-  std::size_t i = 0;
-  while (i < sql.size()) {
-    if (std::strchr(" \t\r\n(", sql[i])) {
-      ++i;
-    } else if (sql.substr(i, 2) == "--") {
-      i = sql.find('\n', i);
-      if (i == std::string_view::npos) return false;
-    } else {
-      break;
-    }
-  }
-  std::string word;
-  for (; i < sql.size() && std::isalpha(static_cast<unsigned char>(sql[i])); ++i)
-    word += static_cast<char>(std::toupper(static_cast<unsigned char>(sql[i])));
-  for (const char *w : {"INSERT", "UPDATE", "DELETE", "MERGE", "REPLACE", "UPSERT"})
-    if (word == w) return true;
-  return false;
-}
 
 class Shell {
  public:
@@ -376,7 +186,7 @@ class Shell {
       lost_ = r.kind != CallResult::Kind::failed;
       return;
     }
-    const char *m = shell_status_meaning(r.status);
+    const char *m = status_meaning(r.status);
     error(what + " failed with status " + std::to_string(r.status) +
           (m ? std::string(" (") + m + ")" : ""));
     diagnostics();
@@ -663,113 +473,193 @@ class Shell {
     return drop(stmt) && ok;
   }
 
+  // ---- backslash commands ----
+
+  using Words = std::vector<std::string>;
+
+  // One backslash command: its names, how it is written, what it does (for \?; a second
+  // line after '\n'), and its handler, which gets the words after the name.
+  struct Backslash {
+    std::vector<const char *> names;  // the first is the one \? shows
+    const char *usage;                // e.g. "\\tables [PATTERN]"
+    const char *help;                 // one line, or two separated by '\n'
+    bool (Shell::*run)(const Words &words);
+  };
+
+  static const std::vector<Backslash> &backslash_commands() {
+    static const std::vector<Backslash> table{
+        {{"tables"},
+         "\\tables [PATTERN]",
+         "tables and views (PATTERN: name or schema.name, % and _\nas wildcards)",
+         &Shell::tables},
+        {{"columns"},
+         "\\columns TABLE",
+         "columns of a table (TABLE: name or schema.name)",
+         &Shell::columns},
+        {{"format"},
+         "\\format [table|csv|packed]",
+         "how result rows print (without: the one in use)",
+         &Shell::format},
+        {{"width"},
+         "\\width [N]",
+         "widest column of a table, in characters (0: no limit)",
+         &Shell::width},
+        {{"autocommit"},
+         "\\autocommit on|off",
+         "commit every statement by itself, or not",
+         &Shell::autocommit},
+        {{"commit"}, "\\commit", "commit the open transaction", &Shell::commit},
+        {{"rollback"}, "\\rollback", "roll the open transaction back", &Shell::rollback},
+        {{"trace"},
+         "\\trace N",
+         "the server's call trace on standard error (0 off, 1 to 4)",
+         &Shell::trace},
+        {{"log"},
+         "\\log FILE [FLAGS]",
+         "the server's log to FILE (console: standard error); FLAGS\nas LogFlags takes them, O2 "
+         "when not given",
+         &Shell::log},
+        {{"conninfo"}, "\\conninfo", "the completed connection string", &Shell::conninfo},
+        {{"version"}, "\\version", "the server's version texts", &Shell::version},
+        {{"?", "help"}, "\\?", "this list", &Shell::help},
+        {{"q", "quit"}, "\\q", "quit", &Shell::quit},
+    };
+    return table;
+  }
+
   // Runs one command; false when it failed.
   bool command(const std::string &text) {
     if (text.empty() || text[0] != '\\') return statement(text);
     std::istringstream in(text.substr(1));
     std::string name;
     in >> name;
-    std::vector<std::string> words;
+    Words words;
     for (std::string w; in >> w;)
       words.push_back(w);
-    std::vector<Arg> a;
-    if (name == "q" || name == "quit") {
-      quit_ = true;
-      return true;
-    }
-    if (name == "?" || name == "help") {
-      std::fputs(kHelp, stdout);
-      return true;
-    }
-    if (name == "tables" || name == "columns") return catalog(name, words);
-    if (name == "autocommit") {
-      if (words.size() != 1 || (words[0] != "on" && words[0] != "off"))
-        return usage("\\autocommit takes on or off");
-      a = {Arg::integer(conn_), Arg::integer(words[0] == "on" ? 1 : 0)};
-      if (!call("\\autocommit " + words[0], "SetAutocommit", a)) return false;
-      std::printf("autocommit %s\n", words[0].c_str());
-      return true;
-    }
-    if (name == "commit" || name == "rollback") {
-      if (!words.empty()) return usage("\\" + name + " takes no argument");
-      a = {Arg::integer(conn_)};
-      if (!call("\\" + name, name == "commit" ? "Commit" : "Rollback", a)) return false;
-      std::printf("%s\n", name == "commit" ? "committed" : "rolled back");
-      return true;
-    }
-    if (name == "trace") {
-      char *end = nullptr;
-      long level = words.size() == 1 ? std::strtol(words[0].c_str(), &end, 10) : -1;
-      if (words.size() != 1 || *end || level < 0 || level > 100)
-        return usage("\\trace takes a level: 0 (off) to 4 (the call block too)");
-      a = {Arg::integer(static_cast<std::int32_t>(level))};
-      if (!call("\\trace", "DllDebug", a)) return false;
-      std::printf("trace level %ld\n", level);
-      return true;
-    }
-    if (name == "log") {
-      if (words.empty() || words.size() > 2)
-        return usage(
-            "\\log takes a file (console for standard error) and optionally flags, "
-            "e.g. \\log console O2");
-      a = {Arg::string(words[0])};
-      if (!call("\\log " + words[0], "LogFile", a)) return false;
-      std::string flags = words.size() == 2 ? words[1] : "O2";
-      a = {Arg::string(flags)};
-      if (!call("\\log", "LogFlags", a)) return false;
-      std::printf("logging %s to %s\n", flags.c_str(), words[0].c_str());
-      return true;
-    }
-    if (name == "conninfo") {
-      a = {Arg::integer(conn_), Arg::string_var("", 32767)};
-      if (!call("\\conninfo", "GetConnection", a)) return false;
-      std::printf("connection %d: %s\n", conn_, from_server(a[1].as_string(), o_.encoding).c_str());
-      return true;
-    }
-    if (name == "version") {
-      static const char *fns[] = {"VersionID", "BuildID", "Revision"};
-      for (const char *f : fns) {
-        a = {Arg::string_var("", 256)};
-        if (!call(std::string("\\version: ") + f, f, a)) return false;
-        std::printf("%-9s %s\n", f, from_server(a[0].as_string(), o_.encoding).c_str());
-      }
-      return true;
-    }
-    if (name == "format") {
-      static const char *names[] = {"table", "csv", "packed"};
-      if (words.empty()) {  // the format in use
-        std::printf("format %s\n", names[static_cast<int>(format_)]);
-        return true;
-      }
-      if (words.size() != 1) return usage("\\format takes table, csv or packed");
-      if (words[0] == "table")
-        format_ = OutputFormat::table;
-      else if (words[0] == "csv")
-        format_ = OutputFormat::csv;
-      else if (words[0] == "packed")
-        format_ = OutputFormat::packed;
-      else
-        return usage("\\format takes table, csv or packed");
-      std::printf("format %s\n", words[0].c_str());
-      return true;
-    }
-    if (name == "width") {
-      if (words.size() == 1) {
-        char *end = nullptr;
-        long w = std::strtol(words[0].c_str(), &end, 10);
-        if (*end || words[0].empty() || w < 0 || w > 100000)
-          return usage("\\width takes a number of characters (0: no limit)");
-        max_width_ = static_cast<int>(w);
-      } else if (!words.empty()) {
-        return usage("\\width takes a number of characters (0: no limit)");
-      }
-      if (max_width_ == 0)
-        std::printf("width unlimited\n");
-      else
-        std::printf("width %d\n", max_width_);
-      return true;
-    }
+    for (const Backslash &c : backslash_commands())
+      for (const char *n : c.names)
+        if (name == n) return (this->*c.run)(words);
     return usage("unknown command \\" + name + "; \\? lists the commands");
+  }
+
+  bool help(const Words &) {
+    std::puts("SQL statements end with ';' (outside quotes and -- comments) or with the input.");
+    std::puts("Backslash commands (one a line):");
+    for (const Backslash &c : backslash_commands()) {
+      std::string_view h = c.help;
+      std::size_t nl = h.find('\n');
+      std::printf("  %-20s %.*s\n", c.usage, static_cast<int>(h.substr(0, nl).size()), h.data());
+      if (nl != std::string_view::npos) std::printf("%23s%s\n", "", c.help + nl + 1);
+    }
+    return true;
+  }
+
+  bool quit(const Words &) {
+    quit_ = true;
+    return true;
+  }
+
+  bool tables(const Words &words) {
+    return catalog("tables", words);
+  }
+  bool columns(const Words &words) {
+    return catalog("columns", words);
+  }
+
+  bool autocommit(const Words &words) {
+    if (words.size() != 1 || (words[0] != "on" && words[0] != "off"))
+      return usage("\\autocommit takes on or off");
+    std::vector<Arg> a{Arg::integer(conn_), Arg::integer(words[0] == "on" ? 1 : 0)};
+    if (!call("\\autocommit " + words[0], "SetAutocommit", a)) return false;
+    std::printf("autocommit %s\n", words[0].c_str());
+    return true;
+  }
+
+  bool commit(const Words &words) {
+    return transact("commit", "Commit", "committed", words);
+  }
+  bool rollback(const Words &words) {
+    return transact("rollback", "Rollback", "rolled back", words);
+  }
+
+  bool transact(const char *name, const char *fn, const char *done, const Words &words) {
+    if (!words.empty()) return usage(std::string("\\") + name + " takes no argument");
+    std::vector<Arg> a{Arg::integer(conn_)};
+    if (!call(std::string("\\") + name, fn, a)) return false;
+    std::printf("%s\n", done);
+    return true;
+  }
+
+  bool trace(const Words &words) {
+    char *end = nullptr;
+    long level = words.size() == 1 ? std::strtol(words[0].c_str(), &end, 10) : -1;
+    if (words.size() != 1 || *end || level < 0 || level > 100)
+      return usage("\\trace takes a level: 0 (off) to 4 (the call block too)");
+    std::vector<Arg> a{Arg::integer(static_cast<std::int32_t>(level))};
+    if (!call("\\trace", "DllDebug", a)) return false;
+    std::printf("trace level %ld\n", level);
+    return true;
+  }
+
+  bool log(const Words &words) {
+    if (words.empty() || words.size() > 2)
+      return usage(
+          "\\log takes a file (console for standard error) and optionally flags, "
+          "e.g. \\log console O2");
+    std::vector<Arg> a{Arg::string(words[0])};
+    if (!call("\\log " + words[0], "LogFile", a)) return false;
+    std::string flags = words.size() == 2 ? words[1] : "O2";
+    a = {Arg::string(flags)};
+    if (!call("\\log", "LogFlags", a)) return false;
+    std::printf("logging %s to %s\n", flags.c_str(), words[0].c_str());
+    return true;
+  }
+
+  bool conninfo(const Words &) {
+    std::vector<Arg> a{Arg::integer(conn_), Arg::string_var("", 32767)};
+    if (!call("\\conninfo", "GetConnection", a)) return false;
+    std::printf("connection %d: %s\n", conn_, from_server(a[1].as_string(), o_.encoding).c_str());
+    return true;
+  }
+
+  bool version(const Words &) {
+    for (const char *f : {"VersionID", "BuildID", "Revision"}) {
+      std::vector<Arg> a{Arg::string_var("", 256)};
+      if (!call(std::string("\\version: ") + f, f, a)) return false;
+      std::printf("%-9s %s\n", f, from_server(a[0].as_string(), o_.encoding).c_str());
+    }
+    return true;
+  }
+
+  bool format(const Words &words) {
+    static const char *names[] = {"table", "csv", "packed"};
+    if (words.empty()) {  // the format in use
+      std::printf("format %s\n", names[static_cast<int>(format_)]);
+      return true;
+    }
+    for (int k = 0; k < 3 && words.size() == 1; ++k) {
+      if (words[0] != names[k]) continue;
+      format_ = static_cast<OutputFormat>(k);
+      std::printf("format %s\n", names[k]);
+      return true;
+    }
+    return usage("\\format takes table, csv or packed");
+  }
+
+  bool width(const Words &words) {
+    if (words.size() > 1) return usage("\\width takes a number of characters (0: no limit)");
+    if (words.size() == 1) {
+      char *end = nullptr;
+      long w = std::strtol(words[0].c_str(), &end, 10);
+      if (*end || words[0].empty() || w < 0 || w > 100000)
+        return usage("\\width takes a number of characters (0: no limit)");
+      max_width_ = static_cast<int>(w);
+    }
+    if (max_width_ == 0)
+      std::printf("width unlimited\n");
+    else
+      std::printf("width %d\n", max_width_);
+    return true;
   }
 
   client::Session &s_;

@@ -8,6 +8,7 @@
 #include <string_view>
 #include <vector>
 
+#include "encoding.hpp"
 #include "qzclient.hpp"
 #include "result_view.hpp"
 
@@ -30,28 +31,6 @@ struct SqlOptions {
   std::string log_flags;                      // LogFlags before connecting, if set
   int trace = -1;                             // DllDebug before connecting, if 0 or more
 };
-
-// Splits input lines into commands: a line starting with '\' (nothing pending) is one
-// backslash command; SQL runs up to each ';' outside quotes and -- comments.
-class StatementSplitter {
- public:
-  // Adds one line (without its newline); returns the commands it completes.
-  std::vector<std::string> feed(std::string_view line);
-  // What is left at the end of the input (a statement without ';'), or "".
-  std::string finish();
-  bool pending() const;  // a statement is begun but not ended
-
- private:
-  std::string buf_;  // text of the statement begun so far
-  char quote_ = 0;   // the quote character open at the end of buf_, or 0
-};
-
-// Text conversion between the user's encoding and the server's Roman-8.
-std::string to_server(std::string_view text, Encoding e);
-std::string from_server(std::string_view text, Encoding e);
-// The user's text as ISO 8859-1, the character set on the ODBC side (the catalog
-// functions pass their arguments to the driver unconverted).
-std::string to_latin1(std::string_view text, Encoding e);
 
 // Connects, runs the commands, disconnects. Returns the exit status: 0, or 1 when the
 // connection or a command failed.

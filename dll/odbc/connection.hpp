@@ -68,6 +68,11 @@ struct conn_m {
 // The one method table of all connections.
 extern const struct conn_m conn_m;
 
+// What err reads of a statement: its connection and its handle (null while it has none).
+// The statement object provides them; its header includes this one.
+connection *stmt_connection(const stmt *s);
+SQLHSTMT stmt_handle(const stmt *s);
+
 // Makes a disconnected connection with refcnt 1 and stores it at *conn_p. 0, or 2 (logged)
 // when the record cannot be allocated (*conn_p unchanged).
 int new_connection(connection **conn_p);

@@ -13,7 +13,8 @@
 #include "bridge.hpp"
 #include "connection.hpp"
 #include "numtext.hpp"
-#include "util.hpp"
+#include "registry.hpp"
+#include "xpack.hpp"
 
 namespace {
 
@@ -75,9 +76,8 @@ int SetConnectOption(int ConnId, int Option, QzVarArgs va) {
     case String: {
       // ODBC takes a string-valued option as the address of NUL-terminated text.
       const QzStr *s = static_cast<const QzStr *>(slot);
-      text = static_cast<char *>(dll_alloc(static_cast<std::size_t>(s->len) + 1));
+      text = static_cast<char *>(QZ_ALLOC(static_cast<std::size_t>(s->len) + 1));
       if (!text) {
-        QZ_OLOG(1, "Memory allocation failed (%u bytes)", static_cast<unsigned>(s->len) + 1u);
         return qz::kNoMemory;
       }
       QzStr2str(s, text);
@@ -182,25 +182,6 @@ int set_value(stmt *s, int par, void *slot) {
 }
 
 }  // namespace
-
-namespace qz {
-
-int pack_row(stmt *s, QzStr *buf) {
-  xpack_begin(buf);
-  for (int i = 1; i <= s->num_columns; ++i) {
-    char *text = nullptr;
-    if (int st = s->methods->getdata_STRING(s, i, &text)) return st;
-    // The C type decides the lead byte; a timestamp's text goes as text.
-    SQLSMALLINT ctype = s->rset[i - 1].ctype;
-    bool numeric =
-        ctype == SQL_C_LONG || ctype == SQL_C_DOUBLE || ctype == SQL_C_DATE || ctype == SQL_C_TIME;
-    if (numeric && (!text || !*text)) text = const_cast<char *>("0");
-    if (int st = xpack_var(buf, nullptr, s->rset[i - 1].varname, numeric, 0, text)) return st;
-  }
-  return xpack_end(buf);
-}
-
-}  // namespace qz
 
 int Prepare(int ConnId, const char *Sql, int *StmtId) {
   return make_statement(ConnId, StmtId, Make::prepare, &Sql);

@@ -12,6 +12,12 @@
 
 struct stmt_m;
 
+// Buffer size for text whose precision the driver reports as 0, and the largest text
+// buffer; 1 <= text_column_def_size <= text_column_max_size <= 32767 (SetTextColumnSize).
+// Statements made afterwards size their text buffers by them.
+extern int text_column_def_size;
+extern int text_column_max_size;
+
 // Bits of stmt::flags.
 enum : unsigned {
   STMT_PREPARED = 1u,     // SQLPrepare succeeded

@@ -7,7 +7,7 @@
 
 #include <cstring>
 
-#include "dllmain.hpp"
+#include "host.hpp"
 
 namespace {
 

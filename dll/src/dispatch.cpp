@@ -7,7 +7,7 @@
 #include <cstdlib>
 #include <cstring>
 
-#include "dllmain.hpp"
+#include "host.hpp"
 #include "qzmath.h"
 
 // Conversion kinds: what a slot of QzAv holds.

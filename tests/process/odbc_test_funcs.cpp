@@ -7,7 +7,7 @@
 #include "connection.hpp"
 #include "odbc_functions.hpp"
 #include "statement.hpp"
-#include "util.hpp"
+#include "registry.hpp"
 
 namespace {
 

@@ -1,8 +1,6 @@
 // The server's process frame: command line, signal dispositions, descriptor clean-up,
 // attaching and checking the call block, the sigsuspend loop, and the one signal handler
 // that runs each call (SIGUSR2) or ends the process (SIGTERM).
-#include "dllmain.hpp"
-
 #include <linux/close_range.h>
 #include <sys/ipc.h>
 #include <sys/shm.h>
@@ -16,6 +14,8 @@
 #include <cstdlib>
 #include <cstring>
 #include <initializer_list>
+
+#include "host.hpp"
 
 using qz::wire::get32;
 using qz::wire::put32;

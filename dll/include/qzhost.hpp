@@ -77,6 +77,12 @@ void *dll_scratch(int size);
 // Sends request `code` to the interpreter and returns its answer. Only inside a call.
 int dll_callback(int code);
 
+// Calls in this process, without a server process (benchmarks): makes `block` (`size`
+// bytes in the layout of `bits`, 32 or 64) the call block, as start-up makes the attached
+// segment; dll_main then carries out the call the block describes and returns its status.
+void dll_use_block(unsigned char *block, std::size_t size, int bits);
+int dll_main();
+
 // Introspection during a call.
 struct QzFuncInfoRec {
   const char *name;  // name of the function being called

@@ -1,10 +1,12 @@
-// Internal state and accessors of the call host: the process-wide variables set at
-// start-up, the unpacked argument descriptor and the call-block accessors.
+// What the call host's own files share and nothing else includes: the process-wide
+// variables set at start-up, the unpacked argument descriptor, the call-block accessors.
 #pragma once
 
 #include <cstdint>
 
+#include "qzassert.hpp"
 #include "qzhost.hpp"
+#include "qzstatus.hpp"
 #include "qzwire.hpp"
 
 inline constexpr int DLL_INTEGER = qz::wire::kInteger;
@@ -31,7 +33,6 @@ int u_get_argc();
 t_DLL_ARG u_get_arg(int i);
 int u_unref_arg(int i);
 
-int dll_main();
 extern "C" void signal_handler(int sig);
 
 namespace qz {
@@ -43,12 +44,4 @@ const wire::Layout &layout();
 // beyond it.
 extern std::int64_t segment_size;
 
-// Fails an assertion with `cond` as its condition text: prints it and aborts.
-[[noreturn]] void assertion_failed(const char *cond, const char *file, int line, const char *func);
-
 }  // namespace qz
-
-#define QZ_ASSERT(cond) \
-  ((cond) ? (void)0 : ::qz::assertion_failed(#cond, __FILE__, __LINE__, __func__))
-#define QZ_ASSERT_TEXT(ok, text) \
-  ((ok) ? (void)0 : ::qz::assertion_failed(text, __FILE__, __LINE__, __func__))

@@ -1,13 +1,10 @@
-// The connection and statement registries, their release at shutdown, and the writer of
-// packed rows.
-#include "util.hpp"
-
-#include <cstdlib>
-#include <cstring>
+// The connection and statement registries: identifiers issued lowest free first, lookup,
+// removal, the statement-creating step the statement functions share, and the release of
+// everything at shutdown.
+#include "registry.hpp"
 
 #include "bridge.hpp"
-#include "dllmain.hpp"
-#include "format.hpp"
+#include "qzhost.hpp"
 
 Llist ConnDesc_list = {nullptr, nullptr, 0};
 Llist StmtDesc_list = {nullptr, nullptr, 0};
@@ -45,17 +42,6 @@ Entry *find_entry(Llist *list, int id) {
 }
 
 }  // namespace
-
-namespace qz {
-
-void fatal_no_memory(const char *file, int line, std::size_t size) {
-  qz__Log('O', 1, "%s(%d): Memory allocation failed (%u bytes)", extract_filename(file), line,
-          static_cast<unsigned>(size));
-  QZ_ASSERT_TEXT(false, "memory allocation failed");
-  std::abort();  // not reached: the assertion has stopped the process
-}
-
-}  // namespace qz
 
 ConnDesc *find_ConnDesc(int id) {
   return find_entry<ConnDesc>(&ConnDesc_list, id);
@@ -148,41 +134,4 @@ void dll_cleanup() {
     d->conn->methods->drop(&d->conn);
     Llist_DeleteItem(d);
   }
-}
-
-void xpack_begin(QzStr *buf) {
-  QZ_ASSERT(buf);
-  buf->len = 0;
-}
-
-int xpack_var(QzStr *buf, const char *prefix, const char *name, int numeric, int number,
-              const char *value) {
-  QZ_ASSERT(buf);
-  QZ_ASSERT(name);
-  std::size_t pl = prefix ? std::strlen(prefix) : 0;
-  std::size_t nl = std::strlen(name);
-  std::size_t vl = value ? std::strlen(value) : 0;
-  char header[qz::kFormatXpackHeaderSize];
-  int hl = qz::format_xpack_header(header, number, static_cast<std::int32_t>(vl));
-  long long size = 1 + static_cast<long long>(pl + nl + vl) + hl;
-  // One byte more than the entry needs, so that the terminator always fits after it.
-  if (static_cast<long long>(buf->maxlen) - buf->len <= size) return qz::kNoRoom;
-  char *p = buf->text + buf->len;
-  *p++ = numeric ? 'N' : 'X';
-  if (pl) std::memcpy(p, prefix, pl);
-  p += pl;
-  std::memcpy(p, name, nl);
-  p += nl;
-  std::memcpy(p, header, static_cast<std::size_t>(hl));
-  p += hl;
-  if (vl) std::memcpy(p, value, vl);
-  buf->len += static_cast<int>(size);
-  return qz::kOk;
-}
-
-int xpack_end(QzStr *buf) {
-  QZ_ASSERT(buf);
-  if (buf->maxlen - buf->len < 1) return qz::kNoRoom;
-  buf->text[buf->len++] = '$';
-  return qz::kOk;
 }

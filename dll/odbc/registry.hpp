@@ -1,11 +1,10 @@
 // The registries that map the programs' connection and statement identifiers to objects
-// (lowest free identifier first, each list kept in ascending order), their release at
-// shutdown, and the packed row text (xpack) that Fetch returns.
+// (lowest free identifier first, each list kept in ascending order) and their release at
+// shutdown.
 #pragma once
 
 #include "connection.hpp"
 #include "llist.hpp"
-#include "qzhost.hpp"
 #include "statement.hpp"
 
 // A registry entry; it holds one reference to its object.
@@ -49,13 +48,3 @@ int create_statement(int conn_id, stmt **stmt_p, int *stmt_id, StmtDesc *desc);
 
 // dll_cleanup (declared in qzhost.hpp) drops every registered statement, then every
 // registered connection.
-
-// Packed rows. xpack_begin empties buf. xpack_var appends the entry
-//   'N' (numeric) or 'X', prefix, name, '~', number, '~', length of value, '~', value
-// (prefix and value may be null: nothing, respectively length 0) and returns 0, or 18 when
-// buf lacks room for the entry plus one byte (buf unchanged). xpack_end appends the
-// terminator '$': 0, or 18 when buf is full.
-void xpack_begin(QzStr *buf);
-int xpack_var(QzStr *buf, const char *prefix, const char *name, int numeric, int number,
-              const char *value);
-int xpack_end(QzStr *buf);
