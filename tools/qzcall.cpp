@@ -201,17 +201,24 @@ bool is_option(const std::string &a, const std::string &name) {
   return a == name || a.rfind(name + "=", 0) == 0;
 }
 
-}  // namespace
+// The command line, word by word.
+struct Words {
+  int argc;
+  char **argv;
+  int i = 1;  // the next word
+  bool more() const { return i < argc; }
+  bool option() const { return more() && argv[i][0] == '-' && argv[i][1]; }
+  // An option's value: the next word, or after '=' in --name=value.
+  bool value(const std::string &name, std::string &out) {
+    return option_value(argc, argv, i, name, out);
+  }
+};
 
-int main(int argc, char **argv) {
-  qz::client::block_call_signal();
-  std::string server, launcher;
-  Options opt;
-  opt.capture_stderr = false;  // the server's trace and log go to our standard error
-  int i = 1;
+// Options before the command. -1 to go on, else the exit status (help, version, errors).
+int global_options(Words &w, Options &opt, std::string &server) {
   std::string v;
-  for (; i < argc && argv[i][0] == '-' && argv[i][1]; ++i) {
-    std::string a = argv[i];
+  for (; w.option(); ++w.i) {
+    std::string a = w.argv[w.i];
     if (a == "-h" || a == "--help") {
       std::fputs(kUsage, stdout);
       return 0;
@@ -221,23 +228,22 @@ int main(int argc, char **argv) {
       return 0;
     }
     if (is_option(a, "--server")) {
-      if (!option_value(argc, argv, i, "--server", server))
-        return usage_error("--server needs a path");
+      if (!w.value("--server", server)) return usage_error("--server needs a path");
     } else if (is_option(a, "--launcher")) {
-      if (!option_value(argc, argv, i, "--launcher", launcher))
+      if (!w.value("--launcher", v))
         return usage_error("--launcher needs a command, e.g. --launcher qemu-i386");
-      std::istringstream in(launcher);
+      std::istringstream in(v);
       opt.launcher.clear();
-      for (std::string w; in >> w;)
-        opt.launcher.push_back(w);
+      for (std::string word; in >> word;)
+        opt.launcher.push_back(word);
     } else if (is_option(a, "--layout")) {
-      if (!option_value(argc, argv, i, "--layout", v) || (v != "32" && v != "64"))
+      if (!w.value("--layout", v) || (v != "32" && v != "64"))
         return usage_error("--layout takes 32 or 64");
       opt.layout = v == "64" ? Layout::bits64 : Layout::bits32;
     } else if (is_option(a, "--timeout")) {
       char *end = nullptr;
       double secs = -1;
-      if (option_value(argc, argv, i, "--timeout", v)) secs = std::strtod(v.c_str(), &end);
+      if (w.value("--timeout", v)) secs = std::strtod(v.c_str(), &end);
       if (secs < 0 || !end || *end || v.empty() || secs > 1e7)
         return usage_error("--timeout takes a number of seconds (0: wait without limit)");
       opt.timeout = std::chrono::milliseconds(
@@ -246,110 +252,136 @@ int main(int argc, char **argv) {
       return usage_error("unknown option " + a);
     }
   }
-  if (i >= argc) return usage_error("say what to do: run FILE or sql CONNSTR");
-  std::string cmd = argv[i++];
+  return -1;
+}
 
-  if (cmd == "run") {
-    if (i >= argc) return usage_error("run needs a script file (- for standard input)");
-    if (i + 1 < argc)
-      return usage_error("run takes one script file; unexpected " + std::string(argv[i + 1]));
-    std::string file = argv[i], text;
-    if (!read_all(file, text)) {
-      std::fprintf(stderr, "qzcall: cannot read %s: %s\n", file.c_str(), std::strerror(errno));
-      return kExitUsage;
-    }
-    qz::call::Script script;
-    qz::call::ParseError err;
-    if (!qz::call::parse_script(text, script, err)) {
-      std::fprintf(stderr, "%s:%d:%d: error: %s\n", file == "-" ? "<stdin>" : file.c_str(),
-                   err.line, err.col, err.message.c_str());
-      // The line and a caret under the column.
-      std::istringstream in(text);
-      std::string line;
-      for (int n = 0; n < err.line && std::getline(in, line); ++n) {
-      }
-      std::string caret;
-      for (int k = 0; k + 1 < err.col && k < static_cast<int>(line.size()); ++k)
-        caret += line[static_cast<std::size_t>(k)] == '\t' ? '\t' : ' ';
-      std::fprintf(stderr, "  %s\n  %s^\n", line.c_str(), caret.c_str());
-      return kExitUsage;
-    }
-    if (!find_server(server, opt.server)) return kExitUsage;
-    opt.segment_size = qz::call::segment_bytes(script);
-    Session s;
-    if (!start_server(s, opt)) return 1;
-    int status = qz::call::run_script(s, script, stdout);
-    std::fflush(stdout);
-    if (!stop_server(s)) status = 1;
-    return status;
+// A script that does not parse: where, what, the line and a caret under the column.
+void parse_error(const std::string &file, const std::string &text,
+                 const qz::call::ParseError &err) {
+  std::fprintf(stderr, "%s:%d:%d: error: %s\n", file == "-" ? "<stdin>" : file.c_str(), err.line,
+               err.col, err.message.c_str());
+  std::istringstream in(text);
+  std::string line;
+  for (int n = 0; n < err.line && std::getline(in, line); ++n) {
   }
+  std::string caret;
+  for (int k = 0; k + 1 < err.col && k < static_cast<int>(line.size()); ++k)
+    caret += line[static_cast<std::size_t>(k)] == '\t' ? '\t' : ' ';
+  std::fprintf(stderr, "  %s\n  %s^\n", line.c_str(), caret.c_str());
+}
 
-  if (cmd == "sql") {
-    qz::call::SqlOptions so;
-    for (; i < argc && argv[i][0] == '-' && argv[i][1]; ++i) {
-      std::string a = argv[i];
-      if (a == "-e" || is_option(a, "--execute")) {
-        if (!option_value(argc, argv, i, a == "-e" ? "-e" : "--execute", v))
-          return usage_error(a + " needs the text to run");
-        so.execute.push_back(v);
-      } else if (a == "-F" || is_option(a, "--format")) {
-        if (!option_value(argc, argv, i, a == "-F" ? "-F" : "--format", v) ||
-            (v != "table" && v != "csv" && v != "packed"))
-          return usage_error("--format takes table, csv or packed");
-        so.format = v == "table" ? qz::call::OutputFormat::table
-                    : v == "csv" ? qz::call::OutputFormat::csv
-                                 : qz::call::OutputFormat::packed;
-      } else if (a == "-w" || is_option(a, "--width")) {
-        char *end = nullptr;
-        long w = -1;
-        if (option_value(argc, argv, i, a == "-w" ? "-w" : "--width", v))
-          w = std::strtol(v.c_str(), &end, 10);
-        if (w < 0 || w > 100000 || !end || *end || v.empty())
-          return usage_error("--width takes a number of characters (0: no limit)");
-        so.max_width = static_cast<int>(w);
-      } else if (a == "-k" || a == "--keep-going") {
-        so.keep_going = true;
-      } else if (a == "--no-history") {
-        so.history = false;
-      } else if (is_option(a, "--encoding")) {
-        if (!option_value(argc, argv, i, "--encoding", v) ||
-            (v != "utf-8" && v != "utf8" && v != "latin1" && v != "roman8"))
-          return usage_error("--encoding takes utf-8, latin1 or roman8");
-        so.encoding = v == "latin1"   ? qz::call::Encoding::latin1
-                      : v == "roman8" ? qz::call::Encoding::roman8
-                                      : qz::call::Encoding::utf8;
-      } else if (is_option(a, "--log")) {
-        if (!option_value(argc, argv, i, "--log", so.log_file) || so.log_file.empty())
-          return usage_error("--log needs a file name (console for standard error)");
-      } else if (is_option(a, "--log-flags")) {
-        if (!option_value(argc, argv, i, "--log-flags", so.log_flags))
-          return usage_error("--log-flags needs flags, e.g. O2");
-      } else if (is_option(a, "--trace")) {
-        char *end = nullptr;
-        long n = -1;
-        if (option_value(argc, argv, i, "--trace", v)) n = std::strtol(v.c_str(), &end, 10);
-        if (n < 0 || n > 100 || !end || *end || v.empty())
-          return usage_error("--trace takes a level, 0 to 4");
-        so.trace = static_cast<int>(n);
-      } else {
-        return usage_error("unknown sql option " + a);
-      }
-    }
-    if (i >= argc)
-      return usage_error(
-          "sql needs a connection string (e.g. \"Driver={SQLite3};Database=x.db\") "
-          "or a data source name");
-    if (i + 1 < argc)
-      return usage_error("sql takes one connection string; put SQL after -e or on standard input");
-    so.connstr = argv[i];
-    if (!find_server(server, opt.server)) return kExitUsage;
-    Session s;
-    if (!start_server(s, opt)) return 1;
-    int status = qz::call::run_sql(s, so);
-    std::fflush(stdout);
-    if (!stop_server(s)) status = 1;
-    return status;
+// Runs `work` on a server started with opt; the exit status.
+template <class Work>
+int with_server(const std::string &server, Options opt, Work work) {
+  if (!find_server(server, opt.server)) return kExitUsage;
+  Session s;
+  if (!start_server(s, opt)) return 1;
+  int status = work(s);
+  std::fflush(stdout);
+  if (!stop_server(s)) status = 1;
+  return status;
+}
+
+int run_command(Words &w, const std::string &server, Options opt) {
+  if (!w.more()) return usage_error("run needs a script file (- for standard input)");
+  if (w.i + 1 < w.argc)
+    return usage_error("run takes one script file; unexpected " + std::string(w.argv[w.i + 1]));
+  std::string file = w.argv[w.i], text;
+  if (!read_all(file, text)) {
+    std::fprintf(stderr, "qzcall: cannot read %s: %s\n", file.c_str(), std::strerror(errno));
+    return kExitUsage;
   }
+  qz::call::Script script;
+  qz::call::ParseError err;
+  if (!qz::call::parse_script(text, script, err)) {
+    parse_error(file, text, err);
+    return kExitUsage;
+  }
+  opt.segment_size = qz::call::segment_bytes(script);
+  return with_server(server, opt,
+                     [&](Session &s) { return qz::call::run_script(s, script, stdout); });
+}
 
+// One option of sql: true when it was one, with `status` set to an exit status on an error.
+bool sql_option(Words &w, qz::call::SqlOptions &so, int &status) {
+  std::string a = w.argv[w.i], v;
+  auto bad = [&](const std::string &m) {
+    status = usage_error(m);
+    return true;
+  };
+  if (a == "-e" || is_option(a, "--execute")) {
+    if (!w.value(a == "-e" ? "-e" : "--execute", v)) return bad(a + " needs the text to run");
+    so.execute.push_back(v);
+  } else if (a == "-F" || is_option(a, "--format")) {
+    if (!w.value(a == "-F" ? "-F" : "--format", v) || (v != "table" && v != "csv" && v != "packed"))
+      return bad("--format takes table, csv or packed");
+    so.format = v == "table" ? qz::call::OutputFormat::table
+                : v == "csv" ? qz::call::OutputFormat::csv
+                             : qz::call::OutputFormat::packed;
+  } else if (a == "-w" || is_option(a, "--width")) {
+    char *end = nullptr;
+    long n = -1;
+    if (w.value(a == "-w" ? "-w" : "--width", v)) n = std::strtol(v.c_str(), &end, 10);
+    if (n < 0 || n > 100000 || !end || *end || v.empty())
+      return bad("--width takes a number of characters (0: no limit)");
+    so.max_width = static_cast<int>(n);
+  } else if (a == "-k" || a == "--keep-going") {
+    so.keep_going = true;
+  } else if (a == "--no-history") {
+    so.history = false;
+  } else if (is_option(a, "--encoding")) {
+    if (!w.value("--encoding", v) ||
+        (v != "utf-8" && v != "utf8" && v != "latin1" && v != "roman8"))
+      return bad("--encoding takes utf-8, latin1 or roman8");
+    so.encoding = v == "latin1"   ? qz::call::Encoding::latin1
+                  : v == "roman8" ? qz::call::Encoding::roman8
+                                  : qz::call::Encoding::utf8;
+  } else if (is_option(a, "--log")) {
+    if (!w.value("--log", so.log_file) || so.log_file.empty())
+      return bad("--log needs a file name (console for standard error)");
+  } else if (is_option(a, "--log-flags")) {
+    if (!w.value("--log-flags", so.log_flags)) return bad("--log-flags needs flags, e.g. O2");
+  } else if (is_option(a, "--trace")) {
+    char *end = nullptr;
+    long n = -1;
+    if (w.value("--trace", v)) n = std::strtol(v.c_str(), &end, 10);
+    if (n < 0 || n > 100 || !end || *end || v.empty()) return bad("--trace takes a level, 0 to 4");
+    so.trace = static_cast<int>(n);
+  } else {
+    return bad("unknown sql option " + a);
+  }
+  return true;
+}
+
+int sql_command(Words &w, const std::string &server, const Options &opt) {
+  qz::call::SqlOptions so;
+  for (; w.option(); ++w.i) {
+    int status = 0;
+    sql_option(w, so, status);
+    if (status) return status;
+  }
+  if (!w.more())
+    return usage_error(
+        "sql needs a connection string (e.g. \"Driver={SQLite3};Database=x.db\") "
+        "or a data source name");
+  if (w.i + 1 < w.argc)
+    return usage_error("sql takes one connection string; put SQL after -e or on standard input");
+  so.connstr = w.argv[w.i];
+  return with_server(server, opt, [&](Session &s) { return qz::call::run_sql(s, so); });
+}
+
+}  // namespace
+
+int main(int argc, char **argv) {
+  qz::client::block_call_signal();
+  std::string server;
+  Options opt;
+  opt.capture_stderr = false;  // the server's trace and log go to our standard error
+  Words w{argc, argv};
+  if (int status = global_options(w, opt, server); status >= 0) return status;
+  if (!w.more()) return usage_error("say what to do: run FILE or sql CONNSTR");
+  std::string cmd = argv[w.i++];
+  if (cmd == "run") return run_command(w, server, opt);
+  if (cmd == "sql") return sql_command(w, server, opt);
   return usage_error("unknown command '" + cmd + "': run FILE or sql CONNSTR");
 }

@@ -332,111 +332,128 @@ class LineParser {
   bool argument(ArgSpec &a) {
     a.line = lineno_;
     a.col = static_cast<int>(i_) + 1;
-    std::size_t start = i_;
-    if (s_[i_] == '(') {
-      ++i_;
-      skip_blanks();
-      if (i_ >= s_.size() || s_[i_] != '$')
-        return fail(i_, "(...) passes a variable's value: write ($name)");
-      ++i_;
-      std::string n;
-      if (!name(n)) return false;
-      skip_blanks();
-      if (i_ >= s_.size() || s_[i_] != ')') return fail(i_, "missing ) after ($" + n);
-      ++i_;
-      auto it = vars_.find(n);
-      if (it == vars_.end())
-        return fail(start, "$" + n + " has no value yet: give it one first, e.g. $" + n + "=0");
-      a.kind = ArgSpec::Kind::var_value;
-      a.var = it->second;
-      return true;
-    }
-    if (s_[i_] == '$') {
-      ++i_;
-      std::string n;
-      if (!name(n)) return false;
-      bool has_cap = false;
-      int cap = 0;
-      std::size_t cap_at = i_;
-      if (i_ < s_.size() && s_[i_] == ':') {
-        ++i_;
-        cap_at = i_;
-        long long c = 0;
-        while (i_ < s_.size() && is_digit(s_[i_]) && c <= kMaxCapacity)
-          c = c * 10 + (s_[i_++] - '0');
-        if (i_ == cap_at || c > kMaxCapacity || (i_ < s_.size() && is_digit(s_[i_])))
-          return fail(cap_at, "a capacity follows ':': a byte count from 0 to " +
-                                  std::to_string(kMaxCapacity));
-        has_cap = true;
-        cap = static_cast<int>(c);
-      }
-      bool has_init = false;
-      Value init;
-      std::size_t init_at = i_;
-      if (i_ < s_.size() && s_[i_] == '=') {
-        ++i_;
-        init_at = i_;
-        if (i_ >= s_.size() || s_[i_] == ' ' || s_[i_] == '\t')
-          return fail(i_, "write the value right after '=', without blanks: $" + n + "=VALUE");
-        if (!value(init)) return false;
-        has_init = true;
-      } else if (i_ < s_.size() && !is_delim(s_[i_])) {
-        return fail(i_, "unexpected " + show_char(s_[i_]) + " after $" + n);
-      }
-      a.kind = ArgSpec::Kind::variable;
-      auto it = vars_.find(n);
-      if (it == vars_.end()) {  // first use: the type is fixed here
-        VarInfo v;
-        v.name = n;
-        v.line = a.line;
-        v.col = a.col;
-        if (has_init) {
-          if (has_cap && init.type != kString)
-            return fail(cap_at - 1, "a capacity belongs to string variables only");
-          v.type = init.type;
-          v.array = init.array;
-          if (init.type == kString) {
-            std::size_t longest = 0;
-            for (const std::string &s : init.strings)
-              longest = s.size() > longest ? s.size() : longest;
-            v.capacity = has_cap ? cap : static_cast<int>(longest);
-          }
-          v.initial = init;
-          v.initial.array = v.array;
-          Value check = init;
-          if (!fit(check, v, init_at)) return false;
-        } else if (has_cap) {
-          v.type = kString;
-          v.capacity = cap;
-          v.initial.type = kString;
-          v.initial.strings = {""};
-        } else {
-          v.type = kInteger;
-          v.initial.ints = {0};
-        }
-        a.var = static_cast<int>(script_.vars.size());
-        vars_[n] = a.var;
-        script_.vars.push_back(std::move(v));
-        return true;
-      }
-      a.var = it->second;
-      const VarInfo &v = script_.vars[static_cast<std::size_t>(a.var)];
-      if (has_cap && (v.type != kString || cap != v.capacity))
-        return fail(cap_at - 1,
-                    "the type and capacity of " + where(v) + " are fixed where it is first used");
-      if (has_init) {
-        if (!fit(init, v, init_at)) return false;
-        a.assign = true;
-        a.init = std::move(init);
-      }
-      return true;
-    }
+    if (s_[i_] == '(') return var_value(a);
+    if (s_[i_] == '$') return variable(a);
     if (s_[i_] == '[' || s_[i_] == '"' || is_digit(s_[i_]) || s_[i_] == '-' || s_[i_] == '+' ||
         s_[i_] == '.') {
       a.kind = ArgSpec::Kind::literal;
       return value(a.literal);
     }
     return fail(i_, "unexpected " + show_char(s_[i_]) + ": " + kArgForms);
+  }
+
+  // ($name): the value of a variable that has one.
+  bool var_value(ArgSpec &a) {
+    std::size_t start = i_++;
+    skip_blanks();
+    if (i_ >= s_.size() || s_[i_] != '$')
+      return fail(i_, "(...) passes a variable's value: write ($name)");
+    ++i_;
+    std::string n;
+    if (!name(n)) return false;
+    skip_blanks();
+    if (i_ >= s_.size() || s_[i_] != ')') return fail(i_, "missing ) after ($" + n);
+    ++i_;
+    auto it = vars_.find(n);
+    if (it == vars_.end())
+      return fail(start, "$" + n + " has no value yet: give it one first, e.g. $" + n + "=0");
+    a.kind = ArgSpec::Kind::var_value;
+    a.var = it->second;
+    return true;
+  }
+
+  // What may follow a variable's name: ":CAPACITY" and "=VALUE".
+  struct VarSuffix {
+    bool has_cap = false;
+    int cap = 0;
+    std::size_t cap_at = 0;  // where the capacity starts
+    bool has_init = false;
+    Value init;
+    std::size_t init_at = 0;  // where the value starts
+  };
+
+  bool var_suffix(const std::string &n, VarSuffix &x) {
+    x.cap_at = x.init_at = i_;
+    if (i_ < s_.size() && s_[i_] == ':') {
+      x.cap_at = ++i_;
+      long long c = 0;
+      while (i_ < s_.size() && is_digit(s_[i_]) && c <= kMaxCapacity)
+        c = c * 10 + (s_[i_++] - '0');
+      if (i_ == x.cap_at || c > kMaxCapacity || (i_ < s_.size() && is_digit(s_[i_])))
+        return fail(x.cap_at, "a capacity follows ':': a byte count from 0 to " +
+                                  std::to_string(kMaxCapacity));
+      x.has_cap = true;
+      x.cap = static_cast<int>(c);
+    }
+    x.init_at = i_;
+    if (i_ < s_.size() && s_[i_] == '=') {
+      x.init_at = ++i_;
+      if (i_ >= s_.size() || s_[i_] == ' ' || s_[i_] == '\t')
+        return fail(i_, "write the value right after '=', without blanks: $" + n + "=VALUE");
+      if (!value(x.init)) return false;
+      x.has_init = true;
+    } else if (i_ < s_.size() && !is_delim(s_[i_])) {
+      return fail(i_, "unexpected " + show_char(s_[i_]) + " after $" + n);
+    }
+    return true;
+  }
+
+  // $name[:CAPACITY][=VALUE]: a variable, declared by its first use.
+  bool variable(ArgSpec &a) {
+    ++i_;
+    std::string n;
+    VarSuffix x;
+    if (!name(n) || !var_suffix(n, x)) return false;
+    a.kind = ArgSpec::Kind::variable;
+    auto it = vars_.find(n);
+    if (it == vars_.end()) return declare(a, n, x);
+    a.var = it->second;
+    const VarInfo &v = script_.vars[static_cast<std::size_t>(a.var)];
+    if (x.has_cap && (v.type != kString || x.cap != v.capacity))
+      return fail(x.cap_at - 1,
+                  "the type and capacity of " + where(v) + " are fixed where it is first used");
+    if (x.has_init) {
+      if (!fit(x.init, v, x.init_at)) return false;
+      a.assign = true;
+      a.init = std::move(x.init);
+    }
+    return true;
+  }
+
+  // A variable's first use: its type, capacity and initial value are fixed here.
+  bool declare(ArgSpec &a, const std::string &n, VarSuffix &x) {
+    VarInfo v;
+    v.name = n;
+    v.line = a.line;
+    v.col = a.col;
+    if (x.has_init) {
+      if (x.has_cap && x.init.type != kString)
+        return fail(x.cap_at - 1, "a capacity belongs to string variables only");
+      v.type = x.init.type;
+      v.array = x.init.array;
+      if (x.init.type == kString) {
+        std::size_t longest = 0;
+        for (const std::string &s : x.init.strings)
+          longest = s.size() > longest ? s.size() : longest;
+        v.capacity = x.has_cap ? x.cap : static_cast<int>(longest);
+      }
+      v.initial = x.init;
+      v.initial.array = v.array;
+      Value check = x.init;
+      if (!fit(check, v, x.init_at)) return false;
+    } else if (x.has_cap) {
+      v.type = kString;
+      v.capacity = x.cap;
+      v.initial.type = kString;
+      v.initial.strings = {""};
+    } else {
+      v.type = kInteger;
+      v.initial.ints = {0};
+    }
+    a.var = static_cast<int>(script_.vars.size());
+    vars_[n] = a.var;
+    script_.vars.push_back(std::move(v));
+    return true;
   }
 
   std::string_view s_;

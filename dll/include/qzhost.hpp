@@ -97,13 +97,24 @@ QzFuncInfoRec *QzFuncInfo();
 // `p` is a slot value the function received, or a 0-based position cast to a pointer.
 QzArgInfoRec *QzArgInfo(const void *p);
 
-// Operations on interpreter strings (status 0, or 18 when the result does not fit).
-int QzStrlen(const QzStr *s);
-int QzMaxStrlen(const QzStr *s);
+// Operations on interpreter strings. Bytes are compared and copied as they are (no
+// terminator, no character set conversion); the storing ones return 0, or 18 when the
+// result does not fit the target's capacity, which then stays unchanged.
+int QzStrlen(const QzStr *s);     // len
+int QzMaxStrlen(const QzStr *s);  // maxlen
+// A view of n bytes of s from the 1-based position pos (fewer at the end of s), or null
+// for pos outside 1..len or a negative n. The record is static: the next QzSubstr
+// overwrites it; the bytes are s's own.
 QzStr *QzSubstr(const QzStr *s, int pos, int n);
+// Copies s's bytes up to its len or its first NUL into buf and terminates them; returns
+// the number copied. buf must hold len + 1 bytes.
 int QzStr2str(const QzStr *s, char *buf);
+// A descriptor of capacity `size`, length 0, over a new buffer, or null when none can be
+// had. The record is static (the next QzMkstr overwrites it); the buffer is the caller's,
+// who frees it with free().
 QzStr *QzMkstr(int size);
-int str2QzStr(const char *src, QzStr *s);
-int QzStrcpy(QzStr *dst, const QzStr *src);
-int QzStrcat(QzStr *dst, const QzStr *src);
+int str2QzStr(const char *src, QzStr *s);   // stores NUL-terminated src into s
+int QzStrcpy(QzStr *dst, const QzStr *src);  // dst = src
+int QzStrcat(QzStr *dst, const QzStr *src);  // dst += src
+// -1 or 1 at the first differing byte (unsigned), else len of a minus len of b.
 int QzStrcmp(const QzStr *a, const QzStr *b);

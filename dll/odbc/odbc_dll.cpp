@@ -1,6 +1,7 @@
-// The callable functions of the ODBC function set: connections, transactions and
-// connection options, the diagnostics queue, the settings and the version texts. The
-// statement functions share the table; dll_setup is the function set's start-up hook.
+// The 38 callable functions of the ODBC function set, each reaching the registries and the
+// connection and statement objects: connections and transactions, statements, columns,
+// parameters and data, the diagnostics queue, the settings and the version texts; and
+// dll_setup, the function set's start-up hook.
 #include "odbc_dll.hpp"
 
 #include <cerrno>
@@ -156,6 +157,15 @@ int make_statement(int ConnId, int *StmtId, Make how, const char *const *texts) 
   return st;
 }
 
+// The functions that hand their arguments on to one method of the statement: 8 for an
+// unknown StmtId, else the method's status.
+template <auto Slot, typename... Args>
+int to_statement(int StmtId, Args... args) {
+  stmt *s = find_statement(StmtId);
+  if (!s) return qz::kBadArgument;
+  return (s->methods->*Slot)(s, args...);
+}
+
 // The kind of a variable argument: its resolved prototype type when it is a single value,
 // 0 for an array or an argument the dispatcher cannot describe.
 int single_kind(void *slot) {
@@ -234,33 +244,23 @@ int GetColumnVarName(int StmtId, int ColNumber, QzStr *ColName) {
 }
 
 int GetColumnType(int StmtId, int ColNumber, int *ColType) {
-  stmt *s = find_statement(StmtId);
-  if (!s) return qz::kBadArgument;
-  return s->methods->column_TYPE(s, ColNumber, ColType);
+  return to_statement<&stmt_m::column_TYPE>(StmtId, ColNumber, ColType);
 }
 
 int SetColumnType(int StmtId, int ColNumber, int ColType) {
-  stmt *s = find_statement(StmtId);
-  if (!s) return qz::kBadArgument;
-  return s->methods->column_SETTYPE(s, ColNumber, ColType);
+  return to_statement<&stmt_m::column_SETTYPE>(StmtId, ColNumber, ColType);
 }
 
 int GetColumnPrecision(int StmtId, int ColNumber, int *ColPrec) {
-  stmt *s = find_statement(StmtId);
-  if (!s) return qz::kBadArgument;
-  return s->methods->column_PRECISION(s, ColNumber, ColPrec);
+  return to_statement<&stmt_m::column_PRECISION>(StmtId, ColNumber, ColPrec);
 }
 
 int GetColumnScale(int StmtId, int ColNumber, int *ColScale) {
-  stmt *s = find_statement(StmtId);
-  if (!s) return qz::kBadArgument;
-  return s->methods->column_SCALE(s, ColNumber, ColScale);
+  return to_statement<&stmt_m::column_SCALE>(StmtId, ColNumber, ColScale);
 }
 
 int GetColumnNullable(int StmtId, int ColNumber, int *ColNull) {
-  stmt *s = find_statement(StmtId);
-  if (!s) return qz::kBadArgument;
-  return s->methods->column_NULLABLE(s, ColNumber, ColNull);
+  return to_statement<&stmt_m::column_NULLABLE>(StmtId, ColNumber, ColNull);
 }
 
 int Execute(int StmtId, QzVarArgs va) {
@@ -296,27 +296,19 @@ int SetParam(int StmtId, QzVarArgs va) {
 }
 
 int GetParamType(int StmtId, int ParNumber, int *ParType) {
-  stmt *s = find_statement(StmtId);
-  if (!s) return qz::kBadArgument;
-  return s->methods->param_TYPE(s, ParNumber, ParType);
+  return to_statement<&stmt_m::param_TYPE>(StmtId, ParNumber, ParType);
 }
 
 int GetParamPrecision(int StmtId, int ParNumber, int *ParPrec) {
-  stmt *s = find_statement(StmtId);
-  if (!s) return qz::kBadArgument;
-  return s->methods->param_PRECISION(s, ParNumber, ParPrec);
+  return to_statement<&stmt_m::param_PRECISION>(StmtId, ParNumber, ParPrec);
 }
 
 int GetParamScale(int StmtId, int ParNumber, int *ParScale) {
-  stmt *s = find_statement(StmtId);
-  if (!s) return qz::kBadArgument;
-  return s->methods->param_SCALE(s, ParNumber, ParScale);
+  return to_statement<&stmt_m::param_SCALE>(StmtId, ParNumber, ParScale);
 }
 
 int GetParamNullable(int StmtId, int ParNumber, int *ParNull) {
-  stmt *s = find_statement(StmtId);
-  if (!s) return qz::kBadArgument;
-  return s->methods->param_NULLABLE(s, ParNumber, ParNull);
+  return to_statement<&stmt_m::param_NULLABLE>(StmtId, ParNumber, ParNull);
 }
 
 int Fetch(int StmtId, QzVarArgs va) {
@@ -343,9 +335,7 @@ int Fetch(int StmtId, QzVarArgs va) {
 }
 
 int IsNull(int StmtId, int ColNumber, int *IsNull) {
-  stmt *s = find_statement(StmtId);
-  if (!s) return qz::kBadArgument;
-  return s->methods->isnull(s, ColNumber, IsNull);
+  return to_statement<&stmt_m::isnull>(StmtId, ColNumber, IsNull);
 }
 
 int GetData(int StmtId, int ColNumber, QzVarArgs va) {
@@ -373,9 +363,7 @@ int GetData(int StmtId, int ColNumber, QzVarArgs va) {
 }
 
 int RowCount(int StmtId, int *NumRows) {
-  stmt *s = find_statement(StmtId);
-  if (!s) return qz::kBadArgument;
-  return s->methods->rowcount(s, NumRows);
+  return to_statement<&stmt_m::rowcount>(StmtId, NumRows);
 }
 
 // ---- diagnostics, settings, version texts --------------------------------------------

@@ -56,38 +56,79 @@ struct stmt {
 };
 
 // The operations of a statement, in slot order. Column and parameter numbers are 1-based;
-// texts passed in come with their length and need no terminator. Every slot but drop
-// takes the statement first.
+// texts passed in come with their length and need no terminator (prepare and execdirect
+// take HP Roman-8 and convert a copy; the catalog texts go to the driver unconverted).
+// Every slot but drop takes the statement first. The execution slots (prepare to fetch,
+// rowcount) first check the connection: 1116 (logged) when it is gone, which also empties
+// the statement. A statement emptied by a failure keeps its number but has no handle,
+// result or parameters until the next prepare, execdirect, tables or columns.
 struct stmt_m {
-  void (*attach)(stmt *s, connection *conn);  // ties a statement without connection to conn
-  void (*drop)(stmt **stmt_p);                // releases the holder's reference, nulls its pointer
+  // Ties a statement without connection to conn: takes a reference on it, numbers the
+  // statement on it and records the connection's generation.
+  void (*attach)(stmt *s, connection *conn);
+  // Releases the holder's reference and nulls its pointer; the last one empties the
+  // statement, frees it and drops its reference on the connection.
+  void (*drop)(stmt **stmt_p);
+  // A new handle, SQLPrepare, then the result columns described and bound and the
+  // parameters described. 0, 2, 1110, 1111 (describing or binding), 1116, 1117; every
+  // failure after the handle empties the statement.
   int (*prepare)(stmt *s, const char *sql, int sql_len);
+  // SQLExecute of the prepared statement; a parameter never bound goes as NULL text. Clears
+  // the fetch state. 0, 2, 1111 (binding), 1116, 1118 (the statement stays prepared), 1119.
   int (*execute)(stmt *s);
+  // A new handle, SQLExecDirect, then the result columns. 0, 2, 1110, 1111, 1116, 1118.
   int (*execdirect)(stmt *s, const char *sql, int sql_len);
+  // A new handle and SQLTables (an empty text is no restriction), then the result columns.
+  // 0, 2, 1110, 1111, 1116, 1118.
   int (*tables)(stmt *s, const char *qual, int qual_len, const char *owner, int owner_len,
                 const char *name, int name_len, const char *type, int type_len);
+  // The same with SQLColumns.
   int (*columns)(stmt *s, const char *qual, int qual_len, const char *owner, int owner_len,
                  const char *name, int name_len, const char *column, int column_len);
+  // SQLFetch into the bound column buffers; after it every text value is cut to its buffer
+  // and terminated. 0 (a row), 1 (the end, which stays), 1116, 1120 (no result columns),
+  // 1121 (the failure empties the statement).
   int (*fetch)(stmt *s);
+  // Column descriptions: 0 with the value, or 1122 for a column that does not exist (the
+  // integer ones clear *out first). Titles and variable names are the statement's own
+  // HP Roman-8 texts, valid until it is emptied.
   int (*column_TITLE)(stmt *s, int col, char **text);
   int (*column_VARNAME)(stmt *s, int col, char **text);
-  int (*column_TYPE)(stmt *s, int col, int *type);
+  int (*column_TYPE)(stmt *s, int col, int *type);  // a value type code, 1 to 6
+  // Re-binds the column to the C type of value type code type (1 to 6); the current row
+  // then reads as NULL until the next fetch. 0 (also when the type is already bound), 2,
+  // 8 (not a type code), 1111 (binding failed: the statement is emptied), 1122.
   int (*column_SETTYPE)(stmt *s, int col, int type);
   int (*column_PRECISION)(stmt *s, int col, int *precision);
   int (*column_SCALE)(stmt *s, int col, int *scale);
   int (*column_NULLABLE)(stmt *s, int col, int *nullable);
+  // Parameter descriptions, as the column ones: 0, 1112 (not prepared), 1122. A parameter
+  // the driver could not describe reads 0 until its first value.
   int (*param_TYPE)(stmt *s, int par, int *type);
   int (*param_PRECISION)(stmt *s, int par, int *precision);
   int (*param_SCALE)(stmt *s, int par, int *scale);
   int (*param_NULLABLE)(stmt *s, int par, int *nullable);
+  // Whether the fetched value is NULL: 0 with *result 1 or 0; 1112 before a fetch, 1122.
   int (*isnull)(stmt *s, int col, int *result);
+  // The fetched value as HP Roman-8 text: the column buffer itself for text (converted on
+  // the first read), otherwise the shared 512-byte buffer the next call overwrites; a NULL
+  // reads as "". 0, 1112, 1122.
   int (*getdata_STRING)(stmt *s, int col, char **text);
+  // The fetched value as an integer (reals truncated, dates YYYYMMDD, times HHMMSS,
+  // timestamps as UTC seconds since 1970) or a real; a NULL reads as 0. 0, -1 (text that
+  // is not a number, a timestamp out of range), 1112, 1122.
   int (*getdata_INT)(stmt *s, int col, int *value);
   int (*getdata_DOUBLE)(stmt *s, int col, double *value);
+  // Binding one parameter's value; it stays bound across executions. A parameter the
+  // driver could not describe takes the C type of its first value for good. setparam_NULL:
+  // NULL. setparam_STRING: HP Roman-8 text, converted into the parameter's type (18 when
+  // longer than its buffer). 0, 2, 8 (a value its type does not take), 1111, 1112, 1122.
   int (*setparam_NULL)(stmt *s, int par);
   int (*setparam_STRING)(stmt *s, int par, const char *text, int len);
   int (*setparam_INT)(stmt *s, int par, int value);
   int (*setparam_DOUBLE)(stmt *s, int par, double value);
+  // SQLRowCount of the last execution: 0 and the count, 1116, or the failure's code with
+  // what the driver left in *count.
   int (*rowcount)(stmt *s, int *count);
 };
 
