@@ -1,6 +1,6 @@
-// The SQL shell of qzcall: connection, statement splitting, SQL through ExecDirect with its
-// result fetched as packed rows, the catalog commands, backslash commands for transactions,
-// trace and log, the diagnostics of failures, and the interactive loop.
+// The SQL shell of qzcall: the connection, SQL through ExecDirect with its result fetched as
+// packed rows, the table of backslash commands (catalog, format, transactions, trace, log,
+// versions), the diagnostics of failures, and the batch and interactive loops.
 #include "sql_shell.hpp"
 
 #include <unistd.h>
