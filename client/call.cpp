@@ -56,8 +56,8 @@ CallResult Session::died(const std::string &what) {
 }
 
 CallResult Session::raw_call() {
-  CallResult r;
   if (!codec_.data() || pid_ <= 0) {
+    CallResult r;
     r.error = "no server: the session is not started";
     return r;
   }
@@ -65,11 +65,23 @@ CallResult Session::raw_call() {
   // kill or, while waiting, in the wait's time slices.
   if (!exit_.running) return died("cannot call");
   put32(layout().callback, 0);
+  interrupts_ = 0;
+  calling_ = 1;
   if (kill(pid_, SIGUSR2) != 0) {
+    calling_ = 0;
     exit_info();
     return died("cannot signal the server");
   }
-  return wait_answer();
+  CallResult r = wait_answer();
+  calling_ = 0;
+  return r;
+}
+
+bool Session::interrupt_call() {
+  if (!calling_ || pid_ <= 0) return false;
+  interrupts_ = interrupts_ + 1;
+  kill(pid_, interrupts_ == 1 ? SIGURG : SIGTERM);
+  return true;
 }
 
 CallResult Session::wait_answer() {

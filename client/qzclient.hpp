@@ -10,6 +10,7 @@
 #pragma once
 
 #include <chrono>
+#include <csignal>
 #include <cstddef>
 #include <cstdint>
 #include <functional>
@@ -166,6 +167,15 @@ class Session {
   // past start-up and waiting.
   bool ping();
 
+  // For a signal handler (async-signal-safe): asks the server to stop the call in progress,
+  // which then returns as it will (SIGURG; qzodbc cancels the statement in the driver); a
+  // second time during the same call ends the server (SIGTERM), and the call then reports
+  // that the server died. False when no call is in progress.
+  bool interrupt_call();
+
+  // Stops the server and starts a new one on a new segment, with the same options.
+  bool restart();
+
   // SIGTERM, reap (SIGKILL after the timeout), detach and remove the segment.
   ExitInfo stop();
   // Waits until the server ends by itself, up to the timeout.
@@ -206,6 +216,8 @@ class Session {
   int stderr_fd_ = -1;
   ExitInfo exit_;
   std::function<int(int)> callback_;
+  volatile std::sig_atomic_t calling_ = 0;     // a call waits for its answer
+  volatile std::sig_atomic_t interrupts_ = 0;  // interrupt_call during that call
 };
 
 // ---- packed rows ------------------------------------------------------------------

@@ -151,6 +151,11 @@ bool Session::spawn_server() {
   return true;
 }
 
+bool Session::restart() {
+  stop();
+  return start(Options(options_));
+}
+
 bool Session::running() {
   return exit_info().running;
 }

@@ -36,6 +36,11 @@ std::string rows_footer(std::size_t n);
 // otherwise) is cut and ends with "...".
 std::string format_table(const ResultView &v, Encoding e, int max_width);
 
+// One column a line, a record after another, for rows too wide for a table:
+// "-[ RECORD n ]", then "title | value" with the titles padded to the widest. Values as
+// in the table; "(0 rows)" for none.
+std::string format_expanded(const ResultView &v, Encoding e, int max_width);
+
 // One CSV record with its newline: a field is quoted (quotes doubled) when it holds a
 // comma, a quote, a newline or a carriage return, or is empty text; NULL is an empty
 // unquoted field, so that it differs from empty text.

@@ -466,22 +466,10 @@ class LineParser {
 
 }  // namespace
 
-bool parse_script(std::string_view text, Script &out, ParseError &err) {
-  out = Script{};
-  std::map<std::string, int> vars;
-  int lineno = 0;
-  std::size_t at = 0;
-  while (at < text.size()) {
-    std::size_t nl = text.find('\n', at);
-    std::size_t end = nl == std::string_view::npos ? text.size() : nl;
-    std::string_view line = text.substr(at, end - at);
-    if (!line.empty() && line.back() == '\r') line.remove_suffix(1);
-    ++lineno;
-    LineParser p(line, lineno, out, vars, err);
-    if (!p.parse()) return false;
-    at = end + 1;
-  }
-  return true;
+bool ScriptReader::line(std::string_view text, int lineno, ParseError &err) {
+  if (!text.empty() && text.back() == '\r') text.remove_suffix(1);
+  LineParser p(text, lineno, script, vars_, err);
+  return p.parse();
 }
 
 }  // namespace qz::call

@@ -4,6 +4,7 @@
 #pragma once
 
 #include <cstdint>
+#include <map>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -57,8 +58,18 @@ struct ParseError {
   std::string message;  // what is wrong and how to write it instead
 };
 
-// Parses a whole script. False: `err` says where and what; `out` is then incomplete.
-bool parse_script(std::string_view text, Script &out, ParseError &err);
+// Reads a script a line at a time and keeps only its variables: a line gives at most one
+// call, which waits in script.calls until the reader's user takes it.
+class ScriptReader {
+ public:
+  // Parses line number `lineno` (1-based, without its newline). False: `err` says where
+  // and what.
+  bool line(std::string_view text, int lineno, ParseError &err);
+  Script script;  // the variables so far, and the calls not yet taken
+
+ private:
+  std::map<std::string, int> vars_;  // variable name -> index in script.vars
+};
 
 // Largest string capacity a variable may declare.
 inline constexpr int kMaxCapacity = 1 << 20;

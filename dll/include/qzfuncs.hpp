@@ -114,6 +114,31 @@ consteval Func func(const char *name, const Arg (&args)[N]) {
     f.args[i] = args[i];
   return f;
 }
+// A row's name and prototypes without its implementation (data a tool can show).
+struct Proto {
+  const char *name;      // callable name
+  int arg_cnt;           // number of prototypes
+  Arg args[kMaxProtos];  // the prototypes
+};
+template <std::size_t N>
+consteval Proto proto(const char *name, const Arg (&args)[N]) {
+  static_assert(N <= kMaxProtos, "too many prototypes");
+  Proto p{name, static_cast<int>(N), {}};
+  for (std::size_t i = 0; i < N; ++i)
+    p.args[i] = args[i];
+  return p;
+}
+// The row of prototypes p with implementation F.
+template <auto F>
+consteval Func func(const Proto &p) {
+  if (!signature_matches(params_of(F), p.args, static_cast<std::size_t>(p.arg_cnt)))
+    throw "prototypes do not match the implementation's parameters";
+  Func f{p.name, &invoke<F>, p.arg_cnt, {}};
+  for (int i = 0; i < p.arg_cnt; ++i)
+    f.args[i] = p.args[i];
+  return f;
+}
+
 template <auto F>
 consteval Func func(const char *name) {
   static_assert(decltype(params_of(F))::count == 0, "prototypes missing");

@@ -27,6 +27,9 @@ extern const QzArgDesc *const QzArgList;    // prototypes, then an all-zero row
 int QzCall(int index, void **av);           // calls row `index`; -1 for an unknown row
 void dll_setup();                           // once, after the block was validated
 void dll_cleanup();                         // on SIGTERM; safe at any moment
+// On SIGURG during a call, in the signal handler: stop what the call waits for, if it can
+// (an ODBC set cancels the statement in the driver); the call then returns as it will.
+void dll_interrupt();
 
 // ---- provided by the host ---------------------------------------------------------
 
@@ -49,7 +52,19 @@ struct QzArgTypeName {
   int type;          // prototype type code, -1 in the terminating row
   const char *name;  // its name
 };
-extern const QzArgTypeName QzArgTypeNames[];
+inline constexpr QzArgTypeName QzArgTypeNames[] = {
+    {VarArg, "VarArg"},
+    {IntByValue, "IntByValue"},
+    {IntByReference, "IntByReference"},
+    {IntArray, "IntArray"},
+    {RealByValue, "RealByValue"},
+    {RealByReference, "RealByReference"},
+    {RealArray, "RealArray"},
+    {zString, "zString"},
+    {String, "String"},
+    {StringArray, "StringArray"},
+    {-1, "Unknown"},
+};
 
 // An interpreter string: capacity, current length, and the bytes (no terminator).
 struct QzStr {

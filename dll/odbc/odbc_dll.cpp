@@ -31,6 +31,10 @@ constexpr const char kRevision[] = "1.8";
 
 void dll_setup() {}
 
+void dll_interrupt() {
+  qz::cancel_statement_in_driver();
+}
+
 int Connect(const char *ConnSpec, int *ConnId) {
   connection *conn = nullptr;
   if (int st = new_connection(&conn)) return st;

@@ -27,20 +27,6 @@ int QzCv[kMaxArgs];                  // conversion kind of each slot; non-zero: 
 const QzFuncDesc *QzFunc = nullptr;  // function being called; stays set after the call
 int QzFunc_arg_cnt = 0;              // arguments of the call, the name not counted
 
-const QzArgTypeName QzArgTypeNames[] = {
-    {VarArg, "VarArg"},
-    {IntByValue, "IntByValue"},
-    {IntByReference, "IntByReference"},
-    {IntArray, "IntArray"},
-    {RealByValue, "RealByValue"},
-    {RealByReference, "RealByReference"},
-    {RealArray, "RealArray"},
-    {zString, "zString"},
-    {String, "String"},
-    {StringArray, "StringArray"},
-    {-1, "Unknown"},
-};
-
 namespace {
 
 using qz::wire::get32;

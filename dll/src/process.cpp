@@ -1,6 +1,7 @@
 // The server's process frame: command line, signal dispositions, descriptor clean-up,
-// attaching and checking the call block, the sigsuspend loop, and the one signal handler
-// that runs each call (SIGUSR2) or ends the process (SIGTERM).
+// attaching and checking the call block, the sigsuspend loop, the one signal handler that
+// runs each call (SIGUSR2) or ends the process (SIGTERM), and the interrupt of a call
+// (SIGURG).
 #include <linux/close_range.h>
 #include <sys/ipc.h>
 #include <sys/shm.h>
@@ -86,6 +87,12 @@ extern "C" void signal_handler(int sig) {
   if (kill(pid, SIGUSR2) != 0) raise(SIGTERM);
 }
 
+// SIGURG: the interpreter asks to stop the call in progress (a user's interrupt). Outside a
+// call there is nothing to stop.
+extern "C" void interrupt_handler(int) {
+  if (dll_in_call) dll_interrupt();
+}
+
 int main(int argc, char **argv) {
   if (argc != 2) {
     std::fprintf(stderr, "%s: Illegal call\n", argv[0]);
@@ -158,6 +165,7 @@ int main(int argc, char **argv) {
 
   set_action(SIGTERM, signal_handler, SA_RESTART);
   set_action(SIGUSR2, signal_handler, SA_RESTART);
+  set_action(SIGURG, interrupt_handler, SA_RESTART);
 
   sigdelset(&set, SIGUSR2);
   sigdelset(&set, SIGTERM);

@@ -2,6 +2,7 @@
 // call host without ODBC. Between them they take all ten prototype types and report what
 // they received (into a string variable, or on standard error for introspection), plus a
 // chosen status, a sleep (SIGTERM during a call), callbacks and allocation failures.
+#include <signal.h>
 #include <time.h>
 
 #include <cstdio>
@@ -41,13 +42,17 @@ int ReturnStatus(int status) {
   return status;
 }
 
-// Sleeps `ms` milliseconds inside the call; SIGTERM may arrive meanwhile.
+volatile sig_atomic_t interrupted = 0;  // set by dll_interrupt
+
+// Sleeps `ms` milliseconds inside the call; SIGTERM may arrive meanwhile. An interrupt ends
+// the sleep early with status 4.
 int Sleep(int ms) {
+  interrupted = 0;
   struct timespec ts {
     ms / 1000, (ms % 1000) * 1000000L
   };
-  while (nanosleep(&ts, &ts) != 0) {
-  }
+  while (nanosleep(&ts, &ts) != 0)
+    if (interrupted) return 4;
   return 0;
 }
 
@@ -228,3 +233,6 @@ QZ_FUNCTION_SET(kFunctions)
 
 void dll_setup() {}
 void dll_cleanup() {}
+void dll_interrupt() {
+  interrupted = 1;
+}
