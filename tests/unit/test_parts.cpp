@@ -139,10 +139,19 @@ TEST(Format, EveryFormMatchesSnprintf) {
     for (std::int64_t v : {p - 1, p, -p, -p - 1})
       i32(static_cast<std::int32_t>(v));
   i32(-2147483647 - 1);
-  for (double d : {0.0, -0.0, HUGE_VAL, -HUGE_VAL, 99999999999999.5, 1e14, 1e15, 1e-4,
+  for (double d : {0.0, -0.0, HUGE_VAL, -HUGE_VAL, 99999999999999.5, 1e14, -1e14, 1e15, 1e-4,
                    9.99999999999995e-5, 1e-300, 5e-324, 1.7976931348623157e308,
                    -1.2345678901234e-308, 123456789012345.0, 1e8 - 1, std::nan(""), -std::nan("")})
     g14(d);
+  for (int y : {-32768, -1000, -999, -10, -9, -1, 0, 9, 10, 999, 1000, 9999, 10000, 32767}) {
+    for (int f : {0, 1, 9, 10, 99, 100, 65535}) {  // short fields take another path
+      auto u = static_cast<std::uint16_t>(f);
+      auto year = static_cast<std::int16_t>(y);
+      t.check<qz::kFormatDateSize>(qz::format_date, "%04d%02d%02d", year, u, std::uint16_t{7});
+      t.check<qz::kFormatTimestampSize>(qz::format_timestamp, "%04d%02d%02d %02d%02d%02d", year,
+                                        std::uint16_t{7}, u, u, std::uint16_t{7}, u);
+    }
+  }
   for (long i = 0; i < 20000; ++i) {
     std::uint64_t r = rng(), s = rng();
     auto mag = static_cast<std::int32_t>(static_cast<std::uint32_t>(r) >> (s % 32));
@@ -246,14 +255,16 @@ TEST(DateTime, ParameterValuesAndTheirChecks) {
        "d 2019-^02-^13 = 0 2019-02-13", "d 19-2-13 = 0 1919-02-13",
        "d 000002019-02-13 = 0 2019-02-13", "d 0000002019-02-13 = 1 -",
        "d 20190213~zz = 0 2019-02-13", "d 02/29/2019 = 7 -", "d 2019/02/13 = 5 -",
-       "d 0.1.2019 = 4 -", "d 32768-01-01 = 6 -", "d 99999999999 = 3 -", "d 2019-9999999999 = 3 -",
-       "d  = 2 -", "d 2019-02-13^ = 2 -", "d 2019-02/13 = 2 -", "d +20190213 = 2 -",
-       "d 2019-02 = 2 -", "d 2019-02- = 2 -", "d 2019x = 2 -", "t 08:15 = 0 08:15:00",
-       "t 8:15:0 = 0 08:15:00", "t 081500 = 0 08:15:00", "t 08:+15 = 0 08:15:00",
-       "t 08:15:-0 = 0 08:15:00", "t ^08:15 = 0 08:15:00", "t 8 = 0 00:00:08", "t 24:00 = 8 -",
-       "t 23:60 = 9 -", "t 23:59:60 = 10 -", "t 08:-5 = 9 -", "t -08:15 = 2 -",
-       "t 08:15:00:00 = 2 -", "t 08: = 2 -", "t 08.15 = 2 -", "t 0000000008:15:00 = 1 -",
-       "t 08:99999999999 = 3 -", "s 2019-02-13^08:15:00 = 0 2019-02-13 08:15:00.0",
+       "d 0.1.2019 = 4 -", "d 32768-01-01 = 6 -", "d 99999999999 = 3 -", "d 2147483647 = 4 -",
+       "d 2147483648 = 3 -", "d 2019-9999999999 = 3 -", "d  = 2 -", "d 2019-02-13^ = 2 -",
+       "d 2019-02/13 = 2 -", "d +20190213 = 2 -", "d 2019-02 = 2 -", "d 2019-02- = 2 -",
+       "d 2019x = 2 -", "t 08:15 = 0 08:15:00", "t 8:15:0 = 0 08:15:00", "t 081500 = 0 08:15:00",
+       "t 08:+15 = 0 08:15:00", "t 08:15:-0 = 0 08:15:00", "t ^08:15 = 0 08:15:00",
+       "t 8 = 0 00:00:08", "t 24:00 = 8 -", "t 23:60 = 9 -", "t 23:59:60 = 10 -", "t 08:-5 = 9 -",
+       "t -08:15 = 2 -", "t 08:15:00:00 = 2 -", "t 08: = 2 -", "t 08.15 = 2 -",
+       "t 0000000008:15:00 = 1 -", "t 08:99999999999 = 3 -", "t 08:-2147483648 = 9 -",
+       "t 08:-2147483649 = 3 -", "t 000000008:15:00 = 0 08:15:00",
+       "s 2019-02-13^08:15:00 = 0 2019-02-13 08:15:00.0",
        "s 20190213^081500 = 0 2019-02-13 08:15:00.0", "s 20190213^^08:15 = 0 2019-02-13 08:15:00.0",
        "s 13.02.2019 = 0 2019-02-13 00:00:00.0",
        "s 0000000000002019-02-13^23:59:59 = 0 2019-02-13 23:59:59.0",
@@ -290,6 +301,10 @@ TEST(DateTime, FetchedTimestampsAreReadAsUtcInEveryZone) {
       ASSERT_EQ(back, s) << tz << " " << show(ts);
     }
   }
+  setenv("TZ", "UTC0", 1);  // the ends of the 32-bit range themselves
+  tzset();
+  expect_rows({"U 1901-12-13^20:45:52 = 0 -2147483648", "U 2038-01-19^03:14:07 = 0 2147483647"},
+              datetime);
   unsetenv("TZ");
   tzset();
 }
@@ -381,8 +396,9 @@ TEST(SqlTypes, BindingsNamesAndValueTypeCodes) {
        "2 9 2 10 20 = NUMERIC 8 8", "3 14 4 10 20 = DECIMAL 8 8", "3 5 -1 10 20 = DECIMAL 8 8",
        "3 15 0 10 20 = DECIMAL 1 16", "2 2000 2 10 20 = NUMERIC 1 2001",
        "3 4294967295 0 10 20 = DECIMAL 1 2147483647", "3 2147483646 0 10 20 = DECIMAL 1 2147483647",
-       "0 30 0 1024 1024 = UNKNOWN(0) 1 31", "91 30 0 1024 1024 = UNKNOWN(91) 1 31",
-       "13 0 0 99 1024 = UNKNOWN(13) 1 99", "-8 30 0 1024 1024 = UNKNOWN(-8) 1 31",
+       "3 2147483647 0 10 20 = DECIMAL 1 2147483647", "0 30 0 1024 1024 = UNKNOWN(0) 1 31",
+       "91 30 0 1024 1024 = UNKNOWN(91) 1 31", "13 0 0 99 1024 = UNKNOWN(13) 1 99",
+       "-8 30 0 1024 1024 = UNKNOWN(-8) 1 31",
        // value type codes 1..6 and the bindings of parameters no driver described
        "value 0 = 0 ? 0 0/0", "value 1 = 1 C_CHAR 1 1/300", "value 2 = 4 C_LONG 2 4/4",
        "value 3 = 8 C_DOUBLE 3 8/8", "value 4 = 9 C_DATE 4 9/6", "value 5 = 10 C_TIME 5 10/6",
@@ -408,7 +424,7 @@ TEST(Varname, FromColumnTitles) {
        "1 cust_no = Cust_no 7", "2 ORDER^DATE = Order_date 10", "4 t.amount = T_amount 8",
        "1 a^b\tc\nd\ve\ff\rg = A_b_c_d_e_f_g 13", "1 X.Y~ = X_y 3",
        "1 abcdefghijklmno = Abcdefghijklmno 15", "2 ABCDEFGHIJKLMNOP = Column_2 8", "5  =  0",
-       "1 Z = Z 1", "3 SUM(x) = Column_3 8",
+       "1 Z = Z 1", "1 zz = Zz 2", "1 aZ = Az 2", "3 SUM(x) = Column_3 8",
        // anything else gives "Column_<n>"
        "1 1st = Column_1 8", "6 _id = Column_6 8", "8 a-b = Column_8 8", "8 a@b = Column_8 8",
        "8 a/b = Column_8 8", "8 a[b = Column_8 8", "8 a`b = Column_8 8", "8 a{b = Column_8 8",

@@ -81,9 +81,9 @@ T (PID) A1: B1023
  (PID) A1: a time text of 65 characters does not fit
 X64 (PID) A1: 64 do
 %Y (PID) A1: a copy
-T (PID) three
-buffer contains 3 bytes of data
-000: 41 42 0a                                        |AB.             |
+T (PID) five
+buffer contains 5 bytes of data
+000: 41 20 7e 7f 0a                                  |A ~..           |
 A1: short
 A0: %d %s 100% verbatim
 
@@ -146,8 +146,8 @@ TEST(Log, GoldenTrace) {
   format[1] = 'Q';  // the log keeps its own copy
   qz__Log('A', 1, "a copy");
   qz__Log_set_timefmt("T");
-  qz__Log_Dump("three", "AB\n", 3);  // dumps do not look at the flags
-  qz__Log_set_fp(a.fp, 1);           // the short form
+  qz__Log_Dump("five", "A ~\x7f\n", 5);  // dumps do not look at the flags
+  qz__Log_set_fp(a.fp, 1);               // the short form
   qz__Log('A', 1, "short");
   qz__Log('A', 0, "%s", "%d %s 100% verbatim");
   qz__Log_SetFlags("*1");  // a file in the short form still gets the header
