@@ -3,6 +3,8 @@
 // driver's reasons when it fails, the diagnostics of a failed call, and recovery: a lost
 // database connection is reset, a server that ended is replaced (at a terminal).
 #include <langinfo.h>
+#include <poll.h>
+#include <signal.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -10,6 +12,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <cwchar>
 #include <fstream>
 #include <regex>
 #include <sstream>
@@ -31,6 +34,37 @@ namespace {
 
 constexpr int kMessageCapacity = 4096;  // GetError's message variable
 constexpr int kMaxDiagnostics = 100;    // records read after one failure, at most
+
+sigset_t waiting_mask;  // the signal mask while the shell waits for a key: SIGINT open
+
+// One byte typed at the terminal; EOF at the end of input or on Ctrl-C. The shell keeps
+// SIGINT blocked at the prompt except while this waits, so a Ctrl-C pressed as the prompt
+// appears is not lost in the moment before the wait begins.
+int typed_byte(FILE *) {
+  for (;;) {
+    pollfd p{0, POLLIN, 0};
+    int ready = ppoll(&p, 1, nullptr, &waiting_mask);
+    if (ready < 0 && (errno != EINTR || prompt_interrupt.hit)) return EOF;
+    unsigned char c;
+    if (ready > 0) return read(0, &c, 1) == 1 ? c : EOF;
+  }
+}
+
+#ifdef QZ_HAVE_LIBEDIT
+// For the line editor, which takes whole characters: the terminal's UTF-8 decoded (a byte
+// that is not UTF-8 reads as U+FFFD, as a terminal would show it).
+int typed_char(FILE *in) {
+  std::mbstate_t state{};
+  for (int b; (b = typed_byte(in)) != EOF;) {
+    char c = static_cast<char>(b);
+    wchar_t w;
+    std::size_t n = std::mbrtowc(&w, &c, 1, &state);
+    if (n == static_cast<std::size_t>(-1)) return 0xFFFD;
+    if (n != static_cast<std::size_t>(-2)) return static_cast<int>(w);
+  }
+  return EOF;
+}
+#endif
 
 // SQLSTATEs of a connection the database ended: the connection class, and the server
 // shutting down or refusing the session.
@@ -147,30 +181,33 @@ bool Shell::read_line(const char *prompt, std::string &line) {
   line.clear();
   prompt_interrupt.hit = 0;
   prompt_interrupt.at_prompt = 1;
-  bool got = false;
+  sigset_t intr;
+  sigemptyset(&intr);
+  sigaddset(&intr, SIGINT);
+  sigprocmask(SIG_BLOCK, &intr, &waiting_mask);  // SIGINT comes only inside typed_byte
+  bool more = false;
 #ifdef QZ_HAVE_LIBEDIT
   if (o_.encoding == Encoding::utf8) {  // the line editor takes UTF-8 only
     char *l = readline(prompt);
-    prompt_interrupt.at_prompt = 0;
-    if (l) {
-      line = l;
-      std::free(l);
-      if (line.find_first_not_of(" \t") != std::string::npos) add_history(line.c_str());
-    }
-    return l || prompt_interrupt.hit;
-  }
+    if (l) line = l;
+    std::free(l);
+    more = l != nullptr;
+    if (more && !prompt_interrupt.hit && line.find_first_not_of(" \t") != std::string::npos)
+      add_history(line.c_str());
+  } else
 #endif
-  std::fputs(prompt, stdout);
-  std::fflush(stdout);
-  for (int c; (c = std::getchar()) != EOF && c != '\n'; got = true)
-    line += static_cast<char>(c);
-  prompt_interrupt.at_prompt = 0;
-  if (prompt_interrupt.hit) {
-    clearerr(stdin);
-    line.clear();
-    return true;
+  {
+    std::fputs(prompt, stdout);
+    std::fflush(stdout);
+    int c;
+    while ((c = typed_byte(stdin)) != EOF && c != '\n')
+      line += static_cast<char>(c);
+    more = c == '\n' || !line.empty();
   }
-  return got || !std::feof(stdin);
+  sigprocmask(SIG_SETMASK, &waiting_mask, nullptr);
+  prompt_interrupt.at_prompt = 0;
+  if (prompt_interrupt.hit) line.clear();
+  return more || prompt_interrupt.hit;
 }
 
 void Shell::interactive() {
@@ -179,6 +216,8 @@ void Shell::interactive() {
   // terminal's UTF-8 as such, whatever locale the environment names.
   std::setlocale(LC_CTYPE, "");
   if (std::strcmp(nl_langinfo(CODESET), "UTF-8") != 0) std::setlocale(LC_CTYPE, "C.UTF-8");
+  rl_getc_function = typed_char;  // keys come through the wait that takes Ctrl-C
+  rl_catch_signals = 0;
 #endif
   std::printf("qzcall %s: connected (connection %d). \\? lists the commands, \\q quits.\n",
               QZ_VERSION, conn_);

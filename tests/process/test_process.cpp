@@ -516,51 +516,99 @@ bool read_until(int fd, std::string &seen, const std::string &want, std::size_t 
   }
 }
 
-// The SQL shell on a terminal: a prompt for each statement, another while one goes on,
-// line editing that does not disturb what the database gets, \q.
-TEST(Terminal, TheShellPromptsAndRunsWhatIsTyped) {
+// qzcall's SQL shell on a pseudo-terminal, started with `options` before the connection
+// string; what it printed collects in `seen`.
+struct Terminal {
   TempDir dir;
-  std::vector<std::string> argv{env("QZ_QZCALL"), "--server", env("QZ_SERVER_ODBC"), "sql",
-                                "Driver={QZ SQLite};Database=" + dir.file("t.db")};
-  if (emulated()) {
-    argv.insert(argv.begin() + 3, {"--launcher", env("QZ_LAUNCHER")});
-    argv.insert(argv.begin(), env("QZ_LAUNCHER"));
-  }
-  std::vector<char *> cargv;
-  for (std::string &a : argv)
-    cargv.push_back(a.data());
-  cargv.push_back(nullptr);
-  int fd;
-  pid_t pid = forkpty(&fd, nullptr, nullptr, nullptr);
-  ASSERT_GE(pid, 0);
-  if (pid == 0) {
-    setenv("HOME", dir.path.c_str(), 1);
-    setenv("TERM", "dumb", 1);
-    execvp(cargv[0], cargv.data());
-    _exit(127);
-  }
+  int fd = -1;
+  pid_t pid = -1;
   std::string seen;
-  EXPECT_TRUE(read_until(fd, seen, "qz=> ")) << seen;
-  EXPECT_NE(seen.find("connected (connection 1)"), std::string::npos) << seen;
-  // Each line is typed once the prompt asks for it.
-  for (const char *line :
-       {"\\autocommit off\n", "\\commit\n", "select\n", "1 AS one;\n", "\\q\n"}) {
-    std::size_t from = seen.size();
-    ASSERT_EQ(::write(fd, line, std::strlen(line)), static_cast<ssize_t>(std::strlen(line)));
-    if (line[1] != 'q') {
-      EXPECT_TRUE(read_until(fd, seen, line[0] == 's' ? "qz-> " : "qz=> ", from)) << seen;
+  std::size_t mark = 0;  // where the output after the keys typed last begins
+
+  explicit Terminal(std::vector<std::string> options) {
+    std::vector<std::string> argv{env("QZ_QZCALL"), "--server", env("QZ_SERVER_ODBC"), "sql"};
+    argv.insert(argv.end(), options.begin(), options.end());
+    argv.push_back("Driver={QZ SQLite};Database=" + dir.file("t.db"));
+    if (emulated()) {
+      argv.insert(argv.begin() + 3, {"--launcher", env("QZ_LAUNCHER")});
+      argv.insert(argv.begin(), env("QZ_LAUNCHER"));
+    }
+    std::vector<char *> cargv;
+    for (std::string &a : argv)
+      cargv.push_back(a.data());
+    cargv.push_back(nullptr);
+    pid = forkpty(&fd, nullptr, nullptr, nullptr);
+    if (pid == 0) {
+      setenv("HOME", dir.path.c_str(), 1);
+      setenv("TERM", "dumb", 1);
+      execvp(cargv[0], cargv.data());
+      _exit(127);
     }
   }
-  read_until(fd, seen, "");  // to the end
-  close(fd);
-  int st = 0;
-  ASSERT_EQ(waitpid(pid, &st, 0), pid);
-  EXPECT_TRUE(WIFEXITED(st) && WEXITSTATUS(st) == 0) << seen;
-  EXPECT_NE(seen.find("autocommit off\r\n"), std::string::npos) << seen;
-  EXPECT_NE(seen.find("committed\r\n"), std::string::npos) << seen;
-  EXPECT_NE(seen.find(" one\r\n-----\r\n   1\r\n(1 row)\r\n"), std::string::npos) << seen;
+  // Types `keys` once `prompt` has appeared after the keys typed last.
+  bool type(const std::string &keys, const std::string &prompt = "qz=> ") {
+    if (!read_until(fd, seen, prompt, mark)) return false;
+    mark = seen.size();
+    return ::write(fd, keys.data(), keys.size()) == static_cast<ssize_t>(keys.size());
+  }
+  // Ends the shell with \q; its exit status.
+  int quit() {
+    type("\\q\n");
+    read_until(fd, seen, "");  // to the end
+    close(fd);
+    int st = 0;
+    waitpid(pid, &st, 0);
+    return WIFEXITED(st) ? WEXITSTATUS(st) : 128 + WTERMSIG(st);
+  }
+  bool saw(const std::string &text) const { return seen.find(text) != std::string::npos; }
+};
+
+// A prompt for each statement, another while one goes on; non-ASCII text typed reaches the
+// database as the terminal sends it (UTF-8 here, with the line editor); Ctrl-C at the
+// prompt drops the line typed and a statement begun, and during a statement cancels it
+// and keeps the session; the history file.
+TEST(Terminal, TheShellRunsWhatIsTypedAndCtrlCStopsOnlyTheStatement) {
+  Terminal t({});
+  for (const char *line : {"\\autocommit off\n", "\\commit\n", "select\n"})
+    ASSERT_TRUE(t.type(line)) << t.seen;
+  ASSERT_TRUE(t.type("1 AS one;\n", "qz-> ")) << t.seen;
+  ASSERT_TRUE(t.type("SELECT 'h\xC3\xA9llo' AS w, hex('h\xC3\xA9llo') AS h;\n")) << t.seen;
+  ASSERT_TRUE(t.type("SELECT 'begun'\n")) << t.seen;
+  ASSERT_TRUE(t.type("AS never\x03", "qz-> ")) << t.seen;
+  ASSERT_TRUE(t.type("SELECT 2 AS two;\n")) << t.seen;
+  ASSERT_TRUE(t.type("WITH RECURSIVE c(x) AS (SELECT 1 UNION ALL SELECT x + 1 FROM c) "
+                     "SELECT count(*) FROM c;\n"))
+      << t.seen;
+  std::this_thread::sleep_for(500ms);  // the statement runs
+  ASSERT_EQ(::write(t.fd, "\x03", 1), 1);
+  ASSERT_TRUE(t.type("SELECT 3 AS three;\n")) << t.seen;
+  EXPECT_EQ(t.quit(), 0) << t.seen;
+  EXPECT_TRUE(t.saw("connected (connection 1)")) << t.seen;
+  EXPECT_TRUE(t.saw("autocommit off\r\n") && t.saw("committed\r\n")) << t.seen;
+  EXPECT_TRUE(t.saw(" one\r\n-----\r\n   1\r\n(1 row)\r\n")) << t.seen;
+  EXPECT_TRUE(t.saw(" h\xC3\xA9llo | 68E96C6C6F\r\n")) << t.seen;  // ISO 8859-1 in the database
+  EXPECT_FALSE(t.saw("never")) << t.seen;
+  EXPECT_TRUE(t.saw(" two\r\n-----\r\n   2\r\n")) << t.seen;
+  EXPECT_TRUE(t.saw("[SQLite]interrupted (9)\r\n")) << t.seen;
+  EXPECT_TRUE(t.saw(" three\r\n-------\r\n     3\r\n")) << t.seen;
   if (!emulated()) {  // the i386 build has no line editor: it reads plain lines
-    EXPECT_TRUE(std::filesystem::exists(dir.file(".qzcall_history")));
+    EXPECT_TRUE(std::filesystem::exists(t.dir.file(".qzcall_history")));
+  }
+}
+
+// In the interpreter's character sets the terminal's bytes are read as they come: é as
+// ISO 8859-1 (0xE9) and as HP Roman-8 (0xC5) is é in the database; Ctrl-C drops the line.
+TEST(Terminal, EightBitEncodingsReadTheTerminalsBytes) {
+  for (auto [encoding, e] : {std::pair{"latin1", "\xE9"}, {"roman8", "\xC5"}}) {
+    Terminal t({"--encoding", encoding});
+    ASSERT_TRUE(t.type(std::string("SELECT 'h") + e + "llo' AS w, hex('h" + e + "llo') AS h;\n"))
+        << t.seen;
+    ASSERT_TRUE(t.type("SELECT 'never'\x03")) << t.seen;
+    ASSERT_TRUE(t.type("SELECT 2 AS two;\n")) << t.seen;
+    EXPECT_EQ(t.quit(), 0) << t.seen;
+    EXPECT_TRUE(t.saw(std::string(" h") + e + "llo | 68E96C6C6F\r\n")) << encoding << t.seen;
+    EXPECT_FALSE(t.saw("never")) << t.seen;
+    EXPECT_TRUE(t.saw(" two\r\n-----\r\n   2\r\n")) << t.seen;
   }
 }
 
