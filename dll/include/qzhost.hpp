@@ -128,7 +128,7 @@ int QzStr2str(const QzStr *s, char *buf);
 // had. The record is static (the next QzMkstr overwrites it); the buffer is the caller's,
 // who frees it with free().
 QzStr *QzMkstr(int size);
-int str2QzStr(const char *src, QzStr *s);   // stores NUL-terminated src into s
+int str2QzStr(const char *src, QzStr *s);    // stores NUL-terminated src into s
 int QzStrcpy(QzStr *dst, const QzStr *src);  // dst = src
 int QzStrcat(QzStr *dst, const QzStr *src);  // dst += src
 // -1 or 1 at the first differing byte (unsigned), else len of a minus len of b.

@@ -6,8 +6,8 @@
 
 #include "connection.hpp"
 #include "odbc_functions.hpp"
-#include "statement.hpp"
 #include "registry.hpp"
+#include "statement.hpp"
 
 namespace {
 

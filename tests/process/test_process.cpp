@@ -576,8 +576,9 @@ TEST(Terminal, TheShellRunsWhatIsTypedAndCtrlCStopsOnlyTheStatement) {
   ASSERT_TRUE(t.type("SELECT 'begun'\n")) << t.seen;
   ASSERT_TRUE(t.type("AS never\x03", "qz-> ")) << t.seen;
   ASSERT_TRUE(t.type("SELECT 2 AS two;\n")) << t.seen;
-  ASSERT_TRUE(t.type("WITH RECURSIVE c(x) AS (SELECT 1 UNION ALL SELECT x + 1 FROM c) "
-                     "SELECT count(*) FROM c;\n"))
+  ASSERT_TRUE(
+      t.type("WITH RECURSIVE c(x) AS (SELECT 1 UNION ALL SELECT x + 1 FROM c) "
+             "SELECT count(*) FROM c;\n"))
       << t.seen;
   std::this_thread::sleep_for(500ms);  // the statement runs
   ASSERT_EQ(::write(t.fd, "\x03", 1), 1);
