@@ -1,6 +1,7 @@
 // One call's round trip: the call written into the block, SIGUSR2 to the server, and the
 // wait for its answer, serving callback requests meanwhile and noticing a server that died.
 #include <signal.h>
+#include <sys/shm.h>
 #include <time.h>
 
 #include <cerrno>
@@ -118,6 +119,9 @@ CallResult Session::wait_answer() {
         }
         continue;
       }
+      // The server has attached: the segment may now go with the last process that
+      // detaches, so that an interpreter killed leaves none behind.
+      if (!segment_released_) segment_released_ = shmctl(shm_id_, IPC_RMID, nullptr) == 0;
       CallResult r;
       r.kind = CallResult::Kind::answered;
       r.status = get32(layout().status);

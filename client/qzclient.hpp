@@ -95,7 +95,8 @@ struct Options {
   std::string suffix = "auto";  // after the id: "auto" (none or ":64"), "", ":32", ...
   // If set, the exact arguments instead of ID[suffix]; "{id}" in them becomes the id.
   std::optional<std::vector<std::string>> argv;
-  std::size_t segment_size = 1 << 20;        // bytes
+  std::size_t segment_size = 1 << 20;  // bytes
+  int permissions = 0600;  // of the segment: the owner's; a site may let its group in (0660)
   std::chrono::milliseconds timeout{30000};  // per call
   bool capture_stderr = true;                // false: the server writes to our standard error
   std::uint64_t base = 0;                    // interpreter base address to announce; 0: real one
@@ -212,6 +213,7 @@ class Session {
   std::string error_;
   int pid_ = -1;
   int shm_id_ = -1;
+  bool segment_released_ = false;  // marked for removal once the server is attached
   BlockCodec codec_;  // over the attached segment; empty while there is none
   int stderr_fd_ = -1;
   ExitInfo exit_;

@@ -88,7 +88,8 @@ bool Session::start(const Options &options) {
 
 // A private segment of the options' size, attached, its header filled.
 bool Session::create_segment() {
-  shm_id_ = shmget(IPC_PRIVATE, options_.segment_size, IPC_CREAT | 0600);
+  segment_released_ = false;
+  shm_id_ = shmget(IPC_PRIVATE, options_.segment_size, IPC_CREAT | (options_.permissions & 0777));
   if (shm_id_ < 0) {
     error_ = errno_text("shmget");
     return false;

@@ -1,10 +1,12 @@
 // The server's process frame: command line, signal dispositions, descriptor clean-up,
 // attaching and checking the call block, the sigsuspend loop, the one signal handler that
 // runs each call (SIGUSR2) or ends the process (SIGTERM), and the interrupt of a call
-// (SIGURG).
+// (SIGURG), and the end of the process when its interpreter is gone.
 #include <linux/close_range.h>
 #include <sys/ipc.h>
+#include <sys/prctl.h>
 #include <sys/shm.h>
+#include <sys/stat.h>
 #include <sys/syscall.h>
 #include <sys/time.h>
 #include <unistd.h>
@@ -82,9 +84,8 @@ extern "C" void signal_handler(int sig) {
   dll_in_call = 1;
   int status = dll_main();
   put32(dll_info, qz::layout().status, status);  // status first: read on the signal
-  pid_t pid = get32(dll_info, qz::layout().pid);
   dll_in_call = 0;
-  if (kill(pid, SIGUSR2) != 0) raise(SIGTERM);
+  qz::signal_interpreter();
 }
 
 // SIGURG: the interpreter asks to stop the call in progress (a user's interrupt). Outside a
@@ -94,6 +95,7 @@ extern "C" void interrupt_handler(int) {
 }
 
 int main(int argc, char **argv) {
+  qz::parent = getppid();
   if (argc != 2) {
     std::fprintf(stderr, "%s: Illegal call\n", argv[0]);
     std::exit(2);
@@ -145,8 +147,15 @@ int main(int argc, char **argv) {
   }
   dll_info = static_cast<unsigned char *>(shm_addr);
   struct shmid_ds ds;
-  qz::segment_size =
-      shmctl(shm_id, IPC_STAT, &ds) == 0 ? static_cast<std::int64_t>(ds.shm_segsz) : 0;
+  bool stat_ok = shmctl(shm_id, IPC_STAT, &ds) == 0;
+  qz::segment_size = stat_ok ? static_cast<std::int64_t>(ds.shm_segsz) : 0;
+  // The segment carries every call's SQL and results: one that any user of the machine may
+  // write could feed this process calls of a stranger's. Group rights are the site's choice.
+  if (stat_ok && (ds.shm_perm.mode & S_IWOTH)) {
+    std::fprintf(stderr, "Call block writable by every user (mode %03o)\n",
+                 static_cast<unsigned>(ds.shm_perm.mode & 0777));
+    std::exit(2);
+  }
 
   // A segment too small for the header cannot hold the magic either.
   const qz::wire::Layout &l = qz::layout();
@@ -166,6 +175,13 @@ int main(int argc, char **argv) {
   set_action(SIGTERM, signal_handler, SA_RESTART);
   set_action(SIGUSR2, signal_handler, SA_RESTART);
   set_action(SIGURG, interrupt_handler, SA_RESTART);
+
+  // The interpreter started this process: when it dies, the kernel sends SIGTERM, which
+  // ends the process as the interpreter's own SIGTERM would (statements cancelled, sessions
+  // closed, the watchdog inside a call), and no signal goes to a process that reuses its
+  // id. A parent that died before the request took effect is seen in getppid.
+  prctl(PR_SET_PDEATHSIG, SIGTERM);
+  if (getppid() != qz::parent) raise(SIGTERM);
 
   sigdelset(&set, SIGUSR2);
   sigdelset(&set, SIGTERM);

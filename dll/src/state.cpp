@@ -2,6 +2,8 @@
 // and the assertion handler. Apart from the process frame (main), so that a program that
 // runs calls in-process (a benchmark) links it without a second main.
 #include <assert.h>
+#include <signal.h>
+#include <unistd.h>
 
 #include "host.hpp"
 
@@ -15,6 +17,12 @@ volatile std::sig_atomic_t dll_in_call = 0;
 namespace qz {
 
 std::int64_t segment_size = 0;
+pid_t parent = 0;
+
+void signal_interpreter() {
+  pid_t pid = wire::get32(dll_info, layout().pid);
+  if ((parent != 0 && getppid() != parent) || kill(pid, SIGUSR2) != 0) raise(SIGTERM);
+}
 
 void assertion_failed(const char *cond, const char *file, int line, const char *func) {
   __assert_fail(cond, file, static_cast<unsigned>(line), func);

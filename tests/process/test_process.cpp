@@ -1,6 +1,6 @@
 // What a call script cannot say, through libqzclient: start-up refusals and the process
-// state a server starts in, SIGTERM during a call, an interpreter that is gone, data
-// outside the segment, callbacks, every allocation failing in turn, what SIGTERM
+// state a server starts in, an interpreter killed, SIGTERM during a call, an interpreter that is
+// gone, data outside the segment, callbacks, every allocation failing in turn, what SIGTERM
 // releases, also while a call waits in the driver or the database; and qzcall's shell on
 // a terminal.
 #include <dirent.h>
@@ -100,6 +100,7 @@ TEST(StartUp, RefusalsExitWithStatus2AndSayWhy) {
     std::optional<std::vector<std::string>> argv;  // the command line; default if none
     void (*patch)(unsigned char *);                // changes the header before the start
     std::string err;
+    int permissions = 0600;
   } cases[] = {
       {std::vector<std::string>{}, nullptr, prog + ": Illegal call\n"},
       {std::vector<std::string>{"{id}", "extra"}, nullptr, prog + ": Illegal call\n"},
@@ -108,10 +109,12 @@ TEST(StartUp, RefusalsExitWithStatus2AndSayWhy) {
       {std::nullopt, [](unsigned char *b) { b[5] = 'X'; }, "Bad DLL_MAGIC\n"},
       {std::nullopt, [](unsigned char *b) { b[7] = 1; }, "Bad DLL_MAGIC\n"},
       {std::nullopt, [](unsigned char *b) { b[8] = 0x02; }, "Unsupported DLL_VERSION 102\n"},
+      {std::nullopt, nullptr, "Call block writable by every user (mode 602)\n", 0602},
   };
   for (const auto &c : cases) {
     Options o = server("QZ_SERVER_HOST_TEST");
     o.argv = c.argv;
+    o.permissions = c.permissions;
     if (c.patch) o.before_spawn = c.patch;
     Session s;
     ASSERT_TRUE(s.start(o)) << s.error();
@@ -146,6 +149,7 @@ TEST(StartUp, SuffixesChooseTheLayoutIgnoredSignalsStayAndOnlyStandardErrorIsOpe
     sigaction(SIGSEGV, &ign, &old_segv);
     Options o = server("QZ_SERVER_HOST_TEST", layout);
     o.argv = std::vector<std::string>{arg};
+    o.permissions = 0660;  // the group's rights are the site's choice
     Session s;
     bool started = s.start(o);
     sigaction(SIGHUP, &old_hup, nullptr);
@@ -173,6 +177,48 @@ TEST(StartUp, SuffixesChooseTheLayoutIgnoredSignalsStayAndOnlyStandardErrorIsOpe
     EXPECT_TRUE(s.ping()) << s.error();
     stop(s);
     EXPECT_EQ(s.stderr_text(), "");
+  }
+}
+
+// Whether process `pid` runs (a zombie does not: a container's first process may not reap).
+bool alive(pid_t pid) {
+  std::string stat = read_file("/proc/" + std::to_string(pid) + "/stat");
+  std::size_t paren = stat.rfind(')');
+  return paren != std::string::npos && stat.substr(paren + 2, 1) != "Z";
+}
+
+// An interpreter killed with SIGKILL, while its server waits or during a call, ends the
+// server within a second, and the segment goes with it.
+TEST(StartUp, AKilledInterpreterLeavesNoServerAndNoSegment) {
+  for (bool in_call : {false, true}) {
+    int ids[2];
+    ASSERT_EQ(pipe(ids), 0);
+    pid_t interpreter = fork();
+    if (interpreter == 0) {
+      Session s;
+      if (!s.start(server("QZ_SERVER_HOST_TEST")) || !s.ping()) _exit(1);
+      Arg ms = Arg::integer(30000);
+      if (in_call &&
+          (!s.write_call("Sleep", std::span<const Arg>(&ms, 1)) || kill(s.pid(), SIGUSR2) != 0))
+        _exit(1);
+      int sent[2] = {s.pid(), s.shm_id()};
+      if (write(ids[1], sent, sizeof sent) != sizeof sent) _exit(1);
+      pause();
+    }
+    close(ids[1]);
+    int got[2] = {0, 0};
+    ASSERT_EQ(read(ids[0], got, sizeof got), static_cast<ssize_t>(sizeof got));
+    close(ids[0]);
+    std::this_thread::sleep_for(100ms);
+    kill(interpreter, SIGKILL);
+    waitpid(interpreter, nullptr, 0);
+    auto t0 = std::chrono::steady_clock::now();
+    while (alive(got[0]) && std::chrono::steady_clock::now() - t0 < 3s)
+      std::this_thread::sleep_for(5ms);
+    EXPECT_LT(std::chrono::steady_clock::now() - t0, 1s) << in_call;
+    struct shmid_ds ds;
+    EXPECT_NE(shmctl(got[1], IPC_STAT, &ds), 0) << in_call;
+    if (alive(got[0])) kill(got[0], SIGKILL);
   }
 }
 
