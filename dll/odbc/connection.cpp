@@ -251,3 +251,21 @@ void cleanup_odbc_error(odbc_error *e) {
   std::free(e->sqlstate);
   Llist_DeleteItem(e);
 }
+
+void qz::queue_own_error(const char *message) {
+  queue_error(message, "00000", -1, __FILE__, __LINE__);
+}
+
+void qz::move_odbc_errors(Llist *from, Llist *to) {
+  if (!from->first) return;
+  for (Llist_Item *i = from->first; i; i = i->next)
+    i->list = to;
+  from->first->prev = to->last;
+  if (to->last)
+    to->last->next = from->first;
+  else
+    to->first = from->first;
+  to->last = from->last;
+  to->count += from->count;
+  Llist_Init(from);
+}

@@ -1,6 +1,7 @@
-// The 38 callable functions of the ODBC function set, each reaching the registries and the
+// The 40 callable functions of the ODBC function set, each reaching the registries and the
 // connection and statement objects: connections and transactions, statements, columns,
-// parameters and data, the diagnostics queue, the settings and the version texts; and
+// parameters and data, many rows per call, the diagnostics queue, the settings and the
+// version texts; and
 // dll_setup, the function set's start-up hook.
 #include "odbc_dll.hpp"
 
@@ -12,6 +13,7 @@
 #include <cstring>
 
 #include "bridge.hpp"
+#include "bulk.hpp"
 #include "connection.hpp"
 #include "numtext.hpp"
 #include "registry.hpp"
@@ -181,17 +183,24 @@ int single_kind(void *slot) {
 // Binds one value argument as parameter par with the setter its kind calls for; 8 for an
 // array or any other kind.
 int set_value(stmt *s, int par, void *slot) {
-  switch (single_kind(slot)) {
+  return qz::set_param_element(s, par, single_kind(slot), slot, 0);
+}
+
+// The kind of one ExecuteArray argument: an integer, real or string, single or array, by
+// its resolved type; 0 for anything else.
+int array_kind(void *slot) {
+  const QzArgInfoRec *info = QzArgInfo(slot);
+  if (!info) return 0;
+  switch (info->type) {
     case IntByReference:
-      return s->methods->setparam_INT(s, par, *static_cast<const int *>(slot));
+    case IntArray:
     case RealByReference:
-      return s->methods->setparam_DOUBLE(s, par, *static_cast<const double *>(slot));
-    case String: {
-      const QzStr *str = static_cast<const QzStr *>(slot);
-      return s->methods->setparam_STRING(s, par, str->text, str->len);
-    }
+    case RealArray:
+    case String:
+    case StringArray:
+      return info->type;
     default:
-      return qz::kBadArgument;
+      return 0;
   }
 }
 
@@ -368,6 +377,39 @@ int GetData(int StmtId, int ColNumber, QzVarArgs va) {
 
 int RowCount(int StmtId, int *NumRows) {
   return to_statement<&stmt_m::rowcount>(StmtId, NumRows);
+}
+
+// ---- many rows per call ------------------------------------------------------------
+
+int FetchArray(int StmtId, int *Rows, QzStr *RowBuffers) {
+  stmt *s = find_statement(StmtId);
+  if (!s) return qz::kBadArgument;
+  if (single_kind(Rows) != IntByReference) return qz::kBadArgument;
+  const QzArgInfoRec *info = QzArgInfo(RowBuffers);
+  if (!info) return qz::kBadArgument;
+  return qz::fetch_rows(s, RowBuffers, info->elcnt, Rows);
+}
+
+int ExecuteArray(int StmtId, int Rows, int *Done, QzVarArgs va) {
+  stmt *s = find_statement(StmtId);
+  if (!s) return qz::kBadArgument;
+  if (single_kind(Done) != IntByReference) return qz::kBadArgument;
+  *Done = 0;
+  if (!(s->flags & STMT_PREPARED)) {
+    QZ_OLOG(2, "ODBC statement has not been prepared");
+    return qz::kNotPrepared;
+  }
+  // Everything is checked before the first row is bound: bad input executes nothing.
+  int n = QzFuncInfo()->arg_cnt - 3;
+  if (n != s->num_params) return qz::kArgCount;
+  if (Rows < 0) return qz::kArrayTooShort;
+  int kinds[qz::fn::kSlots] = {};
+  for (int j = 0; j < n; ++j) {
+    kinds[j] = array_kind(va.slot[j]);
+    if (!kinds[j]) return qz::kBadArgument;
+    if (QzArgInfo(va.slot[j])->elcnt < Rows) return qz::kArrayTooShort;
+  }
+  return qz::execute_rows(s, Rows, va.slot, kinds, Done);
 }
 
 // ---- diagnostics, settings, version texts --------------------------------------------

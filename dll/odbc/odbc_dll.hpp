@@ -40,6 +40,10 @@ int IsNull(int StmtId, int ColNumber, int *IsNull);
 int GetData(int StmtId, int ColNumber, QzVarArgs va);
 int RowCount(int StmtId, int *NumRows);
 
+// Many rows per call.
+int FetchArray(int StmtId, int *Rows, QzStr *RowBuffers);
+int ExecuteArray(int StmtId, int Rows, int *Done, QzVarArgs va);
+
 // Diagnostics, settings, version texts.
 int GetError(QzStr *Message, QzStr *SqlState, int *NativeCode, int *HasData);
 int SetTextColumnSize(int DefaultSize, int MaxSize);

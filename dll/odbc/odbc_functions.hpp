@@ -59,6 +59,8 @@ inline constexpr std::array kOdbcFunctions{
     fn::func<BuildID>(row("BuildID")),
     fn::func<VersionID>(row("VersionID")),
     fn::func<Revision>(row("Revision")),
+    fn::func<FetchArray>(row("FetchArray")),
+    fn::func<ExecuteArray>(row("ExecuteArray")),
 };
 
 // The rows stand in the order of the prototypes, which is the order of the table.

@@ -1,4 +1,4 @@
-// The prototypes of the ODBC function set's 38 rows, in row order: each function's name
+// The prototypes of the ODBC function set's 40 rows, in row order: each function's name
 // and its arguments' names and types. Data only: qzcall shows them to a script's author,
 // and odbc_functions.hpp pairs each row with its implementation.
 #pragma once
@@ -75,6 +75,11 @@ inline constexpr std::array kOdbcPrototypes{
     proto("BuildID", {{"Str", String}}),
     proto("VersionID", {{"Str", String}}),
     proto("Revision", {{"Str", String}}),
+    proto("FetchArray",
+          {{"StmtId", IntByValue}, {"Rows", IntByReference}, {"RowBuffers", StringArray, 1}}),
+    proto(
+        "ExecuteArray",
+        {{"StmtId", IntByValue}, {"Rows", IntByValue}, {"Done", IntByReference}, {"...", VarArg}}),
 };
 
 }  // namespace qz

@@ -29,7 +29,8 @@ void *volatile qz::stmt_in_driver = nullptr;
 
 namespace {
 
-constexpr unsigned kStateBits = STMT_PREPARED | STMT_FETCHED | STMT_END_OF_DATA;
+constexpr unsigned kStateBits =
+    STMT_PREPARED | STMT_FETCHED | STMT_END_OF_DATA | STMT_PENDING | STMT_SUMMED;
 
 // Marks hstmt as inside the driver for the length of one ODBC call that may wait for the
 // database, so that the termination signal can cancel it.
@@ -249,7 +250,7 @@ int execute(stmt *s) {
     QZ_OLOG(2, "ODBC statement has not been prepared");
     return qz::kNotPrepared;
   }
-  s->flags &= ~(STMT_FETCHED | STMT_END_OF_DATA);
+  s->flags &= ~(STMT_FETCHED | STMT_END_OF_DATA | STMT_PENDING | STMT_SUMMED);
   // A parameter that was neither described nor given a value goes as null text.
   for (int k = 1; k <= s->num_params; ++k) {
     column *p = &s->params[k - 1];
@@ -283,6 +284,13 @@ int fetch(stmt *s) {
     QZ_OLOG(2, "ODBC statement has no result");
     return qz::kNoResult;
   }
+  if (s->flags & STMT_PENDING) {
+    // The row a FetchArray could not deliver: already sealed, and its texts keep the
+    // character set they had.
+    swap_held_row(s);
+    s->flags = (s->flags & ~STMT_PENDING) | STMT_FETCHED;
+    return qz::kOk;
+  }
   if (s->flags & STMT_END_OF_DATA) return qz::kNoMoreRows;
   SQLRETURN rc;
   {
@@ -305,6 +313,10 @@ int fetch(stmt *s) {
 
 int rowcount(stmt *s, int *count) {
   if (int st = check_connection(s)) return st;
+  if (s->flags & STMT_SUMMED) {
+    *count = static_cast<int>(s->summed_rows);
+    return qz::kOk;
+  }
   SQLLEN n = 0;
   SQLRETURN rc = SQLRowCount(s->hstmt, &n);
   // The driver need not set n when the call fails; what it holds is passed on.
@@ -398,6 +410,7 @@ void cleanup_result(stmt *s) {
     std::free(s->rset[i].title);
     std::free(s->rset[i].varname);
     std::free(s->rset[i].data);
+    std::free(s->rset[i].held);
   }
   std::free(s->rset);
   s->rset = nullptr;

@@ -23,6 +23,8 @@ enum : unsigned {
   STMT_PREPARED = 1u,     // SQLPrepare succeeded
   STMT_FETCHED = 2u,      // a row has been fetched into the column buffers
   STMT_END_OF_DATA = 4u,  // SQLFetch reported that no more rows exist
+  STMT_PENDING = 8u,      // a fetched row waits in the held copy for the next fetch
+  STMT_SUMMED = 16u,      // rowcount reports summed_rows, the total of an ExecuteArray
 };
 
 // A result column (rset) or a parameter (params).
@@ -37,7 +39,11 @@ struct column {
   void *data;            // the value buffer bound to ODBC, owned; null: not bound
   int size;              // byte size of data
   SQLLEN len_ind;        // length/indicator: SQL_NULL_DATA, SQL_NTS or the byte length
-  unsigned mapped;       // bit 0: the fetched text in data is already in HP Roman-8
+  unsigned mapped;       // bit 0: the fetched text in data is already in HP Roman-8;
+                         // bit 1: the same for the text in held
+  void *held;            // result column: a copy of data (size bytes), owned; null until
+                         // a row is first held
+  SQLLEN held_ind;       // len_ind of the held copy
 };
 
 // A statement. Allocated zero-filled by new_statement; holders share it through refcnt.
@@ -52,6 +58,7 @@ struct stmt {
   int num_columns;               // number of result columns
   column *params;                // parameters, owned; element 0 is parameter 1
   int num_params;                // number of parameter markers
+  long long summed_rows;         // rows the last ExecuteArray affected (STMT_SUMMED)
   const struct stmt_m *methods;  // the method table
 };
 
@@ -86,8 +93,9 @@ struct stmt_m {
   int (*columns)(stmt *s, const char *qual, int qual_len, const char *owner, int owner_len,
                  const char *name, int name_len, const char *column, int column_len);
   // SQLFetch into the bound column buffers; after it every text value is cut to its buffer
-  // and terminated. 0 (a row), 1 (the end, which stays), 1116, 1120 (no result columns),
-  // 1121 (the failure empties the statement).
+  // and terminated. A row left waiting (STMT_PENDING) is delivered first, without
+  // SQLFetch. 0 (a row), 1 (the end, which stays), 1116, 1120 (no result columns), 1121
+  // (the failure empties the statement).
   int (*fetch)(stmt *s);
   // Column descriptions: 0 with the value, or 1122 for a column that does not exist (the
   // integer ones clear *out first). Titles and variable names are the statement's own
@@ -96,8 +104,9 @@ struct stmt_m {
   int (*column_VARNAME)(stmt *s, int col, char **text);
   int (*column_TYPE)(stmt *s, int col, int *type);  // a value type code, 1 to 6
   // Re-binds the column to the C type of value type code type (1 to 6); the current row
-  // then reads as NULL until the next fetch. 0 (also when the type is already bound), 2,
-  // 8 (not a type code), 1111 (binding failed: the statement is emptied), 1122.
+  // then reads as NULL until the next fetch, and a row left waiting is given up. 0 (also when the
+  // type is already bound), 2, 8 (not a type code), 1111 (binding failed: the statement is
+  // emptied), 1122.
   int (*column_SETTYPE)(stmt *s, int col, int type);
   int (*column_PRECISION)(stmt *s, int col, int *precision);
   int (*column_SCALE)(stmt *s, int col, int *scale);
@@ -128,7 +137,8 @@ struct stmt_m {
   int (*setparam_INT)(stmt *s, int par, int value);
   int (*setparam_DOUBLE)(stmt *s, int par, double value);
   // SQLRowCount of the last execution: 0 and the count, 1116, or the failure's code with
-  // what the driver left in *count.
+  // what the driver left in *count. After an ExecuteArray (STMT_SUMMED): 0 and the rows
+  // all its executions affected.
   int (*rowcount)(stmt *s, int *count);
 };
 
@@ -150,6 +160,13 @@ int setup_statement(stmt *s);
 // Frees the handle (reported quietly: the queue keeps the diagnostics of the failure that
 // led here), the result columns and the parameters, and clears the state bits.
 void drop_statement(stmt *s);
+
+// The row in the column buffers and the held copy of them (FetchArray keeps the row it
+// delivered last there while it fetches the next one). hold_row copies the buffers into
+// the held copy: 0, or 2 when a held buffer cannot be allocated. swap_held_row exchanges
+// the two; a fetch of a statement marked STMT_PENDING swaps instead of calling SQLFetch.
+int hold_row(stmt *s);
+void swap_held_row(stmt *s);
 
 // Free the result column array, respectively the parameter array, with what they own.
 void cleanup_result(stmt *s);

@@ -161,6 +161,40 @@ void seal_fetched_text(stmt *s) {
   }
 }
 
+int hold_row(stmt *s) {
+  for (int i = 0; i < s->num_columns; ++i) {
+    column *c = &s->rset[i];
+    if (!c->held) {
+      c->held = QZ_ALLOC(static_cast<std::size_t>(c->size));
+      if (!c->held) return qz::kNoMemory;
+    }
+    std::memcpy(c->held, c->data, static_cast<std::size_t>(c->size));
+    c->held_ind = c->len_ind;
+    c->mapped = (c->mapped & 1u) ? (c->mapped | 2u) : (c->mapped & ~2u);
+  }
+  return qz::kOk;
+}
+
+void swap_held_row(stmt *s) {
+  for (int i = 0; i < s->num_columns; ++i) {
+    column *c = &s->rset[i];
+    if (!c->held) continue;  // nothing was ever held: the buffers stay as they are
+    // The driver writes the bound buffer at its address, so the contents move.
+    auto *a = static_cast<unsigned char *>(c->data);
+    auto *b = static_cast<unsigned char *>(c->held);
+    for (int k = 0; k < c->size; ++k) {
+      unsigned char t = a[k];
+      a[k] = b[k];
+      b[k] = t;
+    }
+    SQLLEN ind = c->len_ind;
+    c->len_ind = c->held_ind;
+    c->held_ind = ind;
+    unsigned bits = c->mapped & 3u;
+    c->mapped = (c->mapped & ~3u) | ((bits & 1u) << 1) | ((bits & 2u) >> 1);
+  }
+}
+
 int column_TITLE(stmt *s, int col, char **text) {
   *text = nullptr;
   const column *c = find_column(s, col);
@@ -234,6 +268,10 @@ int column_SETTYPE(stmt *s, int col, int type) {
     return qz::kOdbcFailed;
   }
   std::free(former);
+  // The held copy has the former C type: it goes, and with it a row left waiting.
+  std::free(c->held);
+  c->held = nullptr;
+  s->flags &= ~STMT_PENDING;
   c->mapped &= ~1u;
   // The buffer holds no value of the current row: it reads as null until the next fetch.
   c->len_ind = SQL_NULL_DATA;
