@@ -399,6 +399,19 @@ TEST(AllocationFailures, EveryFailureIsStatus2AndLeavesNothing) {
   every_allocation_fails(a, "SetColumnType", [&] {
     return status_of(a, "SetColumnType", {Arg::integer(2), Arg::integer(2), Arg::integer(6)});
   });
+  // FetchArray holds a delivered row while it fetches the next: two rows, the statement
+  // made afresh for each attempt.
+  ASSERT_EQ(
+      status_of(a, "ExecDirect",
+                {Arg::integer(1), Arg::string("INSERT INTO t VALUES (2, 'two')"), Arg::int_var(1)}),
+      0);
+  every_allocation_fails(a, "FetchArray", [&] {
+    if (int st = status_of(a, "ExecDirect",
+                           {Arg::integer(1), Arg::string("SELECT k, s FROM t"), Arg::int_var(3)}))
+      return st;
+    return status_of(a, "FetchArray",
+                     {Arg::integer(3), Arg::int_var(0), Arg::string_array({"", ""}, 100)});
+  });
   ASSERT_EQ(
       status_of(b, "Prepare",
                 {Arg::integer(1), Arg::string("INSERT INTO t VALUES (?, ?)"), Arg::int_var(0)}),
@@ -407,6 +420,16 @@ TEST(AllocationFailures, EveryFailureIsStatus2AndLeavesNothing) {
     return status_of(b, "SetParam", {Arg::integer(1), Arg::integer(1), Arg::integer(2)});
   });
   every_allocation_fails(b, "Execute", [&] { return status_of(b, "Execute", {Arg::integer(1)}); });
+  // ExecuteArray binds the parameters of a new statement with its first row.
+  ASSERT_EQ(
+      status_of(b, "Prepare",
+                {Arg::integer(1), Arg::string("INSERT INTO t VALUES (?, ?)"), Arg::int_var(2)}),
+      0);
+  every_allocation_fails(b, "ExecuteArray", [&] {
+    return status_of(b, "ExecuteArray",
+                     {Arg::integer(2), Arg::integer(2), Arg::int_var(0), Arg::int_array({5, 6}),
+                      Arg::string_array({"five", "six"}, 4)});
+  });
   // Memory for the diagnostics queue has no way back: the process stops, saying why.
   ASSERT_EQ(status_of(b, "FailAlloc", {Arg::integer(1)}), 0);
   CallResult r = b.call("Commit", {Arg::integer(1)});
