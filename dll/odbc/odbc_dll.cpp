@@ -1,8 +1,7 @@
 // The 40 callable functions of the ODBC function set, each reaching the registries and the
 // connection and statement objects: connections and transactions, statements, columns,
 // parameters and data, many rows per call, the diagnostics queue, the settings and the
-// version texts; and
-// dll_setup, the function set's start-up hook.
+// version texts; and dll_setup, the function set's start-up hook.
 #include "odbc_dll.hpp"
 
 #include <cerrno>
