@@ -1,8 +1,8 @@
 // Test-only interposer over libodbc, preloaded (LD_PRELOAD) into a server under test. It
-// wraps the ODBC calls the tests fail or watch and, by the rules in QZ_ODBC_INTERPOSE,
-// fails them, answers IM001, blocks, crashes, or fills the text a call returned to the
-// last byte of its buffer with no terminator; QZ_ODBC_TRACE names a file that gets one
-// line "FUNCTION RC" per call, in order. Grammar: tests/env/README.md.
+// wraps every ODBC call the server makes and, by the rules in QZ_ODBC_INTERPOSE, fails it,
+// answers IM001, blocks, crashes, or fills the text the call returned to the last byte
+// of its buffer with no terminator; QZ_ODBC_TRACE names a file that gets one line
+// "FUNCTION RC" per call, in order. Grammar: tests/env/README.md.
 #include <dlfcn.h>
 #include <signal.h>
 #include <sql.h>
@@ -17,13 +17,19 @@
 #include <string_view>
 #include <vector>
 
-// The calls wrapped by forwarding alone (those the tests fail or trace): name, parameters (the
-// first one is the handle that owns the call's diagnostics), arguments.
+// The calls wrapped by forwarding alone: name, parameters (the first one is the handle
+// that owns the call's diagnostics), arguments.
 #define QZ_FORWARDED(X)                                                                       \
+  X(SQLAllocStmt, (SQLHDBC h, SQLHSTMT * a1), (h, a1))                                        \
   X(SQLBindParameter,                                                                         \
     (SQLHSTMT h, SQLUSMALLINT a1, SQLSMALLINT a2, SQLSMALLINT a3, SQLSMALLINT a4, SQLULEN a5, \
      SQLSMALLINT a6, SQLPOINTER a7, SQLLEN a8, SQLLEN * a9),                                  \
     (h, a1, a2, a3, a4, a5, a6, a7, a8, a9))                                                  \
+  X(SQLCancel, (SQLHSTMT h), (h))                                                             \
+  X(SQLColumns,                                                                               \
+    (SQLHSTMT h, SQLCHAR * a1, SQLSMALLINT a2, SQLCHAR * a3, SQLSMALLINT a4, SQLCHAR * a5,    \
+     SQLSMALLINT a6, SQLCHAR * a7, SQLSMALLINT a8),                                           \
+    (h, a1, a2, a3, a4, a5, a6, a7, a8))                                                      \
   X(SQLDescribeParam,                                                                         \
     (SQLHSTMT h, SQLUSMALLINT a1, SQLSMALLINT * a2, SQLULEN * a3, SQLSMALLINT * a4,           \
      SQLSMALLINT * a5),                                                                       \
@@ -35,7 +41,21 @@
     (h, a1, a2, a3, a4, a5, a6, a7))                                                          \
   X(SQLExecDirect, (SQLHSTMT h, SQLCHAR * a1, SQLINTEGER a2), (h, a1, a2))                    \
   X(SQLExecute, (SQLHSTMT h), (h))                                                            \
-  X(SQLNumResultCols, (SQLHSTMT h, SQLSMALLINT * a1), (h, a1))
+  X(SQLFreeConnect, (SQLHDBC h), (h))                                                         \
+  X(SQLFreeEnv, (SQLHENV h), (h))                                                             \
+  X(SQLNumParams, (SQLHSTMT h, SQLSMALLINT * a1), (h, a1))                                    \
+  X(SQLNumResultCols, (SQLHSTMT h, SQLSMALLINT * a1), (h, a1))                                \
+  X(SQLPrepare, (SQLHSTMT h, SQLCHAR * a1, SQLINTEGER a2), (h, a1, a2))                       \
+  X(SQLRowCount, (SQLHSTMT h, SQLLEN * a1), (h, a1))                                          \
+  X(SQLSetConnectOption, (SQLHDBC h, SQLUSMALLINT a1, SQLULEN a2), (h, a1, a2))               \
+  X(SQLSetParam,                                                                              \
+    (SQLHSTMT h, SQLUSMALLINT a1, SQLSMALLINT a2, SQLSMALLINT a3, SQLULEN a4, SQLSMALLINT a5, \
+     SQLPOINTER a6, SQLLEN * a7),                                                             \
+    (h, a1, a2, a3, a4, a5, a6, a7))                                                          \
+  X(SQLTables,                                                                                \
+    (SQLHSTMT h, SQLCHAR * a1, SQLSMALLINT a2, SQLCHAR * a3, SQLSMALLINT a4, SQLCHAR * a5,    \
+     SQLSMALLINT a6, SQLCHAR * a7, SQLSMALLINT a8),                                           \
+    (h, a1, a2, a3, a4, a5, a6, a7, a8))
 
 namespace {
 
@@ -235,6 +255,18 @@ extern "C" {
     return apply(#name, h, [&] { return QZ_NEXT(name) args; }); \
   }
 QZ_FORWARDED(QZ_DEFINE)
+
+// A failed allocation makes no handle: the record of a failed SQLAllocConnect belongs to
+// the environment, as the driver manager's own would; SQLAllocEnv has nowhere to put one.
+SQLRETURN SQL_API SQLAllocEnv(SQLHENV *env) {
+  *env = SQL_NULL_HENV;
+  return apply("SQLAllocEnv", nullptr, [&] { return QZ_NEXT(SQLAllocEnv)(env); });
+}
+
+SQLRETURN SQL_API SQLAllocConnect(SQLHENV env, SQLHDBC *dbc) {
+  *dbc = SQL_NULL_HDBC;
+  return apply("SQLAllocConnect", env, [&] { return QZ_NEXT(SQLAllocConnect)(env, dbc); });
+}
 
 SQLRETURN SQL_API SQLTransact(SQLHENV env, SQLHDBC dbc, SQLUSMALLINT type) {
   return apply("SQLTransact", dbc ? dbc : env,
