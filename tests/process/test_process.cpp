@@ -336,23 +336,22 @@ INSTANTIATE_TEST_SUITE_P(Layouts, Protocol, ::testing::Values(Layout::bits32, La
 
 // ---- allocation failures ----------------------------------------------------------------
 
-// `call` with the n-th allocation failing, for n = 1, 2, ... until it succeeds: every
-// failure is status 2 and leaves nothing behind (a leak fails the sanitizer build at the
-// server's exit); `undo` then takes back what the successful call made.
-void every_allocation_fails(
-    Session &s, const char *what, const std::function<int()> &call,
-    const std::function<void()> &undo = [] {}) {
+// `name` called with `args` and the n-th allocation failing, for n = 1, 2, ... until it
+// succeeds (`before` runs ahead of each attempt): every failure is status 2 and leaves
+// nothing behind (a leak fails the sanitizer build at the server's exit).
+void every_allocation_fails(Session &s, const char *name, std::initializer_list<Arg> args,
+                            const std::function<void()> &before = nullptr) {
   for (int n = 1; n < 100; ++n) {
+    if (before) before();
     ASSERT_EQ(status_of(s, "FailAlloc", {Arg::integer(n)}), 0);
-    int st = call();
+    int st = status_of(s, name, args);
     if (st == 0) {
       status_of(s, "FailAlloc", {Arg::integer(0)});
-      undo();
       return;
     }
-    EXPECT_EQ(st, 2) << what << ", allocation " << n;
+    EXPECT_EQ(st, 2) << name << ", allocation " << n;
   }
-  ADD_FAILURE() << what << " never succeeded";
+  ADD_FAILURE() << name << " never succeeded";
 }
 
 TEST(AllocationFailures, EveryFailureIsStatus2AndLeavesNothing) {
@@ -366,70 +365,46 @@ TEST(AllocationFailures, EveryFailureIsStatus2AndLeavesNothing) {
                              {"LD_PRELOAD=" + env("QZ_INTERPOSER"),
                               "QZ_ODBC_INTERPOSE=SQLDescribeParam:unsupported;SQLTransact:-1"})))
       << b.error();
-  every_allocation_fails(
-      a, "Connect",
-      [&] {
-        return status_of(a, "Connect", {Arg::string(db), Arg::int_var(0)});
-      },
-      [&] { status_of(a, "Disconnect", {Arg::integer(1)}); });
+  every_allocation_fails(a, "Connect", {Arg::string(db), Arg::int_var(0)});
+  ASSERT_EQ(status_of(a, "Disconnect", {Arg::integer(1)}), 0);
   for (Session *s : {&a, &b})
     ASSERT_EQ(status_of(*s, "Connect", {Arg::string(db), Arg::int_var(0)}), 0);
-  ASSERT_EQ(status_of(a, "ExecDirect",
-                      {Arg::integer(1), Arg::string("CREATE TABLE t (k, s)"), Arg::int_var(0)}),
-            0);
-  ASSERT_EQ(
-      status_of(a, "ExecDirect",
-                {Arg::integer(1), Arg::string("INSERT INTO t VALUES (1, 'one')"), Arg::int_var(1)}),
-      0);
-  every_allocation_fails(a, "SetConnectOption with a string", [&] {
-    return status_of(a, "SetConnectOption",
-                     {Arg::integer(1), Arg::integer(105), Arg::string(dir.file("dm.trace"))});
-  });
-  every_allocation_fails(a, "Prepare", [&] {
-    return status_of(
-        a, "Prepare",
-        {Arg::integer(1), Arg::string("SELECT k, s FROM t WHERE k = ?"), Arg::int_var(2)});
-  });
-  every_allocation_fails(a, "Execute", [&] {
-    return status_of(a, "Execute", {Arg::integer(2), Arg::integer(1)});
-  });
-  every_allocation_fails(a, "Fetch", [&] {
-    return status_of(a, "Fetch", {Arg::integer(2), Arg::int_var(0), Arg::string_var("", 100)});
-  });
-  every_allocation_fails(a, "SetColumnType", [&] {
-    return status_of(a, "SetColumnType", {Arg::integer(2), Arg::integer(2), Arg::integer(6)});
-  });
+  for (const char *sql : {"CREATE TABLE t (k, s)", "INSERT INTO t VALUES (1, 'one')"})
+    ASSERT_EQ(status_of(a, "ExecDirect", {Arg::integer(1), Arg::string(sql), Arg::int_var(0)}), 0);
+  every_allocation_fails(a, "SetConnectOption",
+                         {Arg::integer(1), Arg::integer(105), Arg::string(dir.file("dm.trace"))});
+  every_allocation_fails(
+      a, "Prepare",
+      {Arg::integer(1), Arg::string("SELECT k, s FROM t WHERE k = ?"), Arg::int_var(2)});
+  every_allocation_fails(a, "Execute", {Arg::integer(2), Arg::integer(1)});
+  every_allocation_fails(a, "Fetch", {Arg::integer(2), Arg::int_var(0), Arg::string_var("", 100)});
+  every_allocation_fails(a, "SetColumnType", {Arg::integer(2), Arg::integer(2), Arg::integer(6)});
   // FetchArray holds a delivered row while it fetches the next: two rows, the statement
   // made afresh for each attempt.
   ASSERT_EQ(
       status_of(a, "ExecDirect",
                 {Arg::integer(1), Arg::string("INSERT INTO t VALUES (2, 'two')"), Arg::int_var(1)}),
       0);
-  every_allocation_fails(a, "FetchArray", [&] {
-    if (int st = status_of(a, "ExecDirect",
-                           {Arg::integer(1), Arg::string("SELECT k, s FROM t"), Arg::int_var(3)}))
-      return st;
-    return status_of(a, "FetchArray",
-                     {Arg::integer(3), Arg::int_var(0), Arg::string_array({"", ""}, 100)});
-  });
+  every_allocation_fails(
+      a, "FetchArray", {Arg::integer(3), Arg::int_var(0), Arg::string_array({"", ""}, 100)}, [&] {
+        ASSERT_EQ(status_of(a, "ExecDirect",
+                            {Arg::integer(1), Arg::string("SELECT k, s FROM t"), Arg::int_var(3)}),
+                  0);
+      });
   ASSERT_EQ(
       status_of(b, "Prepare",
                 {Arg::integer(1), Arg::string("INSERT INTO t VALUES (?, ?)"), Arg::int_var(0)}),
       0);
-  every_allocation_fails(b, "SetParam", [&] {
-    return status_of(b, "SetParam", {Arg::integer(1), Arg::integer(1), Arg::integer(2)});
-  });
-  every_allocation_fails(b, "Execute", [&] { return status_of(b, "Execute", {Arg::integer(1)}); });
+  every_allocation_fails(b, "SetParam", {Arg::integer(1), Arg::integer(1), Arg::integer(2)});
+  every_allocation_fails(b, "Execute", {Arg::integer(1)});
   // ExecuteArray binds the parameters of a new statement with its first row.
   ASSERT_EQ(
       status_of(b, "Prepare",
                 {Arg::integer(1), Arg::string("INSERT INTO t VALUES (?, ?)"), Arg::int_var(2)}),
       0);
-  every_allocation_fails(b, "ExecuteArray", [&] {
-    return status_of(b, "ExecuteArray",
-                     {Arg::integer(2), Arg::integer(2), Arg::int_var(0), Arg::int_array({5, 6}),
-                      Arg::string_array({"five", "six"}, 4)});
-  });
+  every_allocation_fails(b, "ExecuteArray",
+                         {Arg::integer(2), Arg::integer(2), Arg::int_var(0), Arg::int_array({5, 6}),
+                          Arg::string_array({"five", "six"}, 4)});
   // Memory for the diagnostics queue has no way back: the process stops, saying why.
   ASSERT_EQ(status_of(b, "FailAlloc", {Arg::integer(1)}), 0);
   CallResult r = b.call("Commit", {Arg::integer(1)});
