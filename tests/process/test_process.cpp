@@ -613,29 +613,30 @@ struct Terminal {
 // and keeps the session; the history file.
 TEST(Terminal, TheShellRunsWhatIsTypedAndCtrlCStopsOnlyTheStatement) {
   Terminal t({});
-  for (const char *line : {"\\autocommit off\n", "\\commit\n", "select\n"})
-    ASSERT_TRUE(t.type(line)) << t.seen;
-  ASSERT_TRUE(t.type("1 AS one;\n", "qz-> ")) << t.seen;
-  ASSERT_TRUE(t.type("SELECT 'h\xC3\xA9llo' AS w, hex('h\xC3\xA9llo') AS h;\n")) << t.seen;
-  ASSERT_TRUE(t.type("SELECT 'begun'\n")) << t.seen;
-  ASSERT_TRUE(t.type("AS never\x03", "qz-> ")) << t.seen;
-  ASSERT_TRUE(t.type("SELECT 2 AS two;\n")) << t.seen;
-  ASSERT_TRUE(
-      t.type("WITH RECURSIVE c(x) AS (SELECT 1 UNION ALL SELECT x + 1 FROM c) "
-             "SELECT count(*) FROM c;\n"))
-      << t.seen;
+  const std::pair<const char *, const char *> keys[] = {
+      {"\\autocommit off\n", "qz=> "},
+      {"\\commit\n", "qz=> "},
+      {"select\n", "qz=> "},
+      {"1 AS one;\n", "qz-> "},
+      {"SELECT 'h\xC3\xA9llo' AS w, hex('h\xC3\xA9llo') AS h;\n", "qz=> "},
+      {"SELECT 'begun'\n", "qz=> "},
+      {"AS never\x03", "qz-> "},
+      {"SELECT 2 AS two;\n", "qz=> "},
+      {"WITH RECURSIVE c(x) AS (SELECT 1 UNION ALL SELECT x + 1 FROM c) SELECT count(*) FROM c;\n",
+       "qz=> "}};
+  for (auto [typed, prompt] : keys)
+    ASSERT_TRUE(t.type(typed, prompt)) << t.seen;
   std::this_thread::sleep_for(500ms);  // the statement runs
   ASSERT_EQ(::write(t.fd, "\x03", 1), 1);
   ASSERT_TRUE(t.type("SELECT 3 AS three;\n")) << t.seen;
   EXPECT_EQ(t.quit(), 0) << t.seen;
-  EXPECT_TRUE(t.saw("connected (connection 1)")) << t.seen;
-  EXPECT_TRUE(t.saw("autocommit off\r\n") && t.saw("committed\r\n")) << t.seen;
-  EXPECT_TRUE(t.saw(" one\r\n-----\r\n   1\r\n(1 row)\r\n")) << t.seen;
-  EXPECT_TRUE(t.saw(" h\xC3\xA9llo | 68E96C6C6F\r\n")) << t.seen;  // ISO 8859-1 in the database
+  for (const char *shown : {"connected (connection 1)", "autocommit off\r\n", "committed\r\n",
+                            " one\r\n-----\r\n   1\r\n(1 row)\r\n",
+                            " h\xC3\xA9llo | 68E96C6C6F\r\n",  // ISO 8859-1 in the database
+                            " two\r\n-----\r\n   2\r\n", "[SQLite]interrupted (9)\r\n",
+                            " three\r\n-------\r\n     3\r\n"})
+    EXPECT_TRUE(t.saw(shown)) << shown << "\n" << t.seen;
   EXPECT_FALSE(t.saw("never")) << t.seen;
-  EXPECT_TRUE(t.saw(" two\r\n-----\r\n   2\r\n")) << t.seen;
-  EXPECT_TRUE(t.saw("[SQLite]interrupted (9)\r\n")) << t.seen;
-  EXPECT_TRUE(t.saw(" three\r\n-------\r\n     3\r\n")) << t.seen;
   if (!emulated()) {  // the i386 build has no line editor: it reads plain lines
     EXPECT_TRUE(std::filesystem::exists(t.dir.file(".qzcall_history")));
   }
