@@ -55,6 +55,7 @@ std::string ExitInfo::describe() const {
 
 Session::~Session() {
   if (pid_ > 0 || codec_.data()) stop();
+  if (stderr_fd_ >= 0) close(stderr_fd_);
 }
 
 bool Session::start(const Options &options) {
@@ -72,6 +73,7 @@ bool Session::start(const Options &options) {
   block_call_signal();
   if (!create_segment()) return false;
   if (options_.before_spawn) options_.before_spawn(codec_.data());
+  if (stderr_fd_ >= 0) close(stderr_fd_);  // the capture of a server before this one
   stderr_fd_ = -1;
   if (options_.capture_stderr) {
     stderr_fd_ = memfd_create("qz-server-stderr", MFD_CLOEXEC);
@@ -154,6 +156,7 @@ bool Session::spawn_server() {
 
 bool Session::restart() {
   stop();
+  pid_ = -1;  // reaped: a new server may start
   return start(Options(options_));
 }
 

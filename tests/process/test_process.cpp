@@ -642,6 +642,28 @@ TEST(Terminal, TheShellRunsWhatIsTypedAndCtrlCStopsOnlyTheStatement) {
   }
 }
 
+// A server that crashes inside a call (a driver fault) is reported with its signal as the
+// failure of that statement; the shell starts a new server, connects again and goes on.
+TEST(Terminal, AServerThatCrashesIsReplaced) {
+  if (emulated()) GTEST_SKIP() << "the launcher is the emulator's here";
+  TempDir d;
+  auto launch = [&](const std::string &vars) {
+    std::ofstream(d.file("launch")) << "#!/bin/sh\nexec env " << vars << " \"$@\"\n";
+    std::filesystem::permissions(d.file("launch"), std::filesystem::perms::owner_all);
+  };
+  launch("LD_PRELOAD=" + env("QZ_INTERPOSER") + " QZ_ODBC_INTERPOSE=SQLExecDirect:crash");
+  Terminal t({"--launcher", d.file("launch")});
+  ASSERT_TRUE(read_until(t.fd, t.seen, "qz=> ")) << t.seen;
+  launch("");  // the next server's driver is sound
+  ASSERT_TRUE(t.type("SELECT 1 AS one;\n")) << t.seen;
+  ASSERT_TRUE(t.type("SELECT 2 AS two;\n")) << t.seen;
+  EXPECT_EQ(t.quit(), 0) << t.seen;
+  for (const char *shown :
+       {"the server killed by signal 11 (Segmentation fault)",
+        "the server ended; starting a new one: connected.", " two\r\n-----\r\n   2\r\n"})
+    EXPECT_TRUE(t.saw(shown)) << shown << "\n" << t.seen;
+}
+
 // In the interpreter's character sets the terminal's bytes are read as they come: é as
 // ISO 8859-1 (0xE9) and as HP Roman-8 (0xC5) is é in the database.
 TEST(Terminal, EightBitEncodingsReadTheTerminalsBytes) {
