@@ -348,6 +348,7 @@ bool Shell::connect() {
   a = {Arg::string(to_server(spec, o_.encoding)), Arg::int_var(0)};
   bool ok = call("Connect", "Connect", a);
   if (ok) conn_ = a[1].as_int();
+  autocommit_ = true;  // a new connection commits every statement by itself
   if (fd >= 0) {
     std::vector<Arg> quiet{Arg::string("")};
     s_.call("LogFlags", std::span<Arg>(quiet));

@@ -3,6 +3,7 @@
 // backslash commands (shell_commands.cpp).
 #pragma once
 
+#include <cstdio>
 #include <functional>
 #include <span>
 #include <string>
@@ -20,6 +21,22 @@ struct Command {
   std::string text;  // SQL without its ';', or a backslash command
   int line = 0;      // 1-based line of the input
 };
+
+// A result's rows as FetchArray brings them: many a call where no column can be NULL (a
+// packed row shows NULL as empty text or 0, and IsNull reads only the last row delivered),
+// else one a call.
+struct Rows {
+  int stmt = 0;                     // the statement
+  int columns = 0;                  // its result columns
+  int batch = 1;                    // rows asked for a call
+  std::vector<std::string> packed;  // the rows the last call filled
+  std::size_t next = 0;             // index of the next row in packed
+  std::size_t got = 0;              // rows the last call filled
+  bool long_row = false;            // a row did not fit its element: Fetch reads it next
+  bool end = false;                 // the end of the result is seen
+};
+
+struct Batch;  // \copy FROM: rows waiting for ExecuteArray (shell_copy.cpp)
 
 // A column of a catalog result that the catalog commands show.
 struct Pick {
@@ -68,10 +85,26 @@ class Shell {
                 ResultView &view);
   void show(ResultView &view, std::size_t count, std::span<const Pick> picks);
   bool row_count(int stmt, const std::string &sql);
-  int fetch(int stmt, int n, std::string &packed, Row &row);
+  bool open_rows(int stmt, int n, Rows &rows);
+  int fetch(Rows &rows, bool decode, std::string &packed, Row &row);
+  int fetch_one(int stmt, int n, bool decode, std::string &packed, Row &row);
+  bool unpack(int stmt, int n, bool ask, const std::string &packed, Row &row);
   bool is_null(int stmt, int col, int &null);
   bool column_values(int stmt, int n, Row &row);
   bool catalog(const char *what, bool columns, const std::string &name);
+
+  // ---- \copy (shell_copy.cpp) ----
+  bool copy(const Words &words);
+  bool copy_to(const std::string &query, const std::string &file, bool header);
+  bool copy_rows(int stmt, int n, std::FILE *out, std::size_t &count);
+  bool copy_from(const std::string &table, const std::string &file, bool header);
+  bool load(std::FILE *in, const std::string &file, int ins, int n, bool header,
+            std::size_t &count);
+  bool flush(Batch &b, const std::string &file);
+  bool insert_one(Batch &b, const Row &row, int line, const std::string &file);
+  bool end_batch(bool ok);
+  bool column_count(const std::string &table, int &n);
+  void progress(std::size_t count, bool done);
 
   // ---- backslash commands (shell_commands.cpp) ----
   struct Backslash {
@@ -108,6 +141,10 @@ class Shell {
   OutputFormat format_;            // current output format (\format changes it)
   int max_width_;                  // current widest table column (\width changes it)
   bool expanded_ = false;          // \x: one column a line
+  bool autocommit_ = true;         // the connection commits every statement by itself
+  std::string raw_;                // a backslash command's text after its name
+  double progress_start_ = 0;      // \copy: when it began (steady clock, seconds)
+  double progress_last_ = 0;       // \copy: when its progress line was last written
   bool timing_ = false;            // \timing: the time of each command
   int conn_ = 0;                   // connection identifier, 0 before Connect
   int begun_ = 0;                  // input line on which the pending statement began

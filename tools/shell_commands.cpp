@@ -1,5 +1,6 @@
 // The SQL shell's backslash commands: one table of name, usage, help and handler, from
 // which \? prints the list; and the handlers.
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <sstream>
@@ -28,6 +29,11 @@ const std::vector<Shell::Backslash> &Shell::backslash_commands() {
        "\\columns TABLE",
        "columns of a table (TABLE: name or schema.name)",
        &Shell::columns},
+      {{"copy"},
+       "\\copy TABLE FROM FILE",
+       "load a CSV file into a table; also \\copy TABLE TO FILE,\n\\copy (SELECT ...) TO "
+       "FILE; WITH CSV HEADER: a title line",
+       &Shell::copy},
       {{"i", "include"}, "\\i FILE", "run the statements and commands of FILE", &Shell::include},
       {{"format"},
        "\\format [table|csv|packed]",
@@ -72,6 +78,7 @@ bool Shell::backslash(const std::string &text) {
   std::istringstream in(text.substr(1));
   std::string name;
   in >> name;
+  raw_ = text.substr(std::min(text.size(), 1 + name.size()));
   Words words;
   for (std::string w; in >> w;)
     words.push_back(w);
@@ -146,6 +153,7 @@ bool Shell::autocommit(const Words &words) {
     return usage("\\autocommit takes on or off");
   std::vector<Arg> a{Arg::integer(conn_), Arg::integer(words[0] == "on" ? 1 : 0)};
   if (!call("\\autocommit " + words[0], "SetAutocommit", a)) return false;
+  autocommit_ = words[0] == "on";
   std::printf("autocommit %s\n", words[0].c_str());
   return true;
 }

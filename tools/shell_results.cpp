@@ -13,9 +13,11 @@ using client::CallResult;
 
 namespace {
 
-constexpr int kTitleCapacity = 1024;   // GetColumnTitle's variable
-constexpr int kRowCapacity = 1 << 18;  // Fetch's packed row buffer
-constexpr int kValueCapacity = 32768;  // GetData's variable: above the longest column text
+constexpr int kTitleCapacity = 1024;     // GetColumnTitle's variable
+constexpr int kRowCapacity = 1 << 18;    // Fetch's packed row buffer
+constexpr int kBatchRows = 100;          // FetchArray: rows a call, where NULL cannot be
+constexpr int kBatchRowCapacity = 4096;  // FetchArray: an element (a longer row: Fetch)
+constexpr int kValueCapacity = 32768;    // GetData's variable: above the longest column text
 
 // Value type codes of GetColumnType whose values are numbers (shown to the right).
 constexpr int kTypeInteger = 2;
@@ -89,8 +91,10 @@ bool Shell::result(int stmt, const std::string &sql, std::span<const Pick> picks
     std::fputs(csv_line(Row(view.titles.begin(), view.titles.end())).c_str(), stdout);
   std::size_t count = 0;
   std::string packed;
+  Rows rows;
+  if (!open_rows(stmt, n, rows)) return false;
   for (Row row;; ++count) {
-    int got = fetch(stmt, n, packed, row);
+    int got = fetch(rows, format_ != OutputFormat::packed, packed, row);
     if (got < 0) return false;
     if (got == 0) break;
     if (format_ == OutputFormat::packed) {
@@ -146,10 +150,60 @@ bool Shell::row_count(int stmt, const std::string &sql) {
   return true;
 }
 
-// The next row of `stmt` (`n` columns): 1 with `packed` as the server packed it and, unless
-// the format is packed, `row` holding its values; 0 at the end; -1 after a failure that has
-// been reported.
-int Shell::fetch(int stmt, int n, std::string &packed, Row &row) {
+// Readies `rows` for the result of `stmt` (`n` columns): many rows a call when the driver
+// says that no column can be NULL.
+bool Shell::open_rows(int stmt, int n, Rows &rows) {
+  rows = Rows{};
+  rows.stmt = stmt;
+  rows.columns = n;
+  rows.batch = kBatchRows;
+  for (int k = 1; k <= n && rows.batch > 1; ++k) {
+    std::vector<Arg> a{Arg::integer(stmt), Arg::integer(k), Arg::int_var(1)};
+    if (!call("GetColumnNullable", "GetColumnNullable", a)) return false;
+    if (a[2].as_int() != 0) rows.batch = 1;  // nullable, or not known
+  }
+  return true;
+}
+
+// The next row of `rows`: 1 with `packed` as the server packed it and, with `decode`,
+// `row` holding its values; 0 at the end; -1 after a failure that has been reported.
+int Shell::fetch(Rows &rows, bool decode, std::string &packed, Row &row) {
+  if (rows.next == rows.got) {
+    if (rows.long_row) {  // the row that did not fit its element comes by itself
+      rows.long_row = false;
+      return fetch_one(rows.stmt, rows.columns, decode, packed, row);
+    }
+    if (rows.end) return 0;
+    if (lost_) {
+      error("FetchArray: the server is gone");
+      return -1;
+    }
+    const int capacity = rows.batch > 1 ? kBatchRowCapacity : kRowCapacity;
+    std::vector<Arg> a{Arg::integer(rows.stmt), Arg::int_var(0),
+                       Arg::string_array(std::vector<std::string>(rows.batch), capacity)};
+    CallResult r = s_.call("FetchArray", std::span<Arg>(a));
+    rows.long_row = r.ok() && r.status == kNoRoom;  // the rows before it came
+    if (!rows.long_row && (!r.ok() || r.status != 0)) {
+      failed("FetchArray", r);
+      return -1;
+    }
+    rows.got = static_cast<std::size_t>(a[1].as_int());
+    rows.next = 0;
+    rows.packed = std::move(a[2].strings);
+    rows.end = rows.got < static_cast<std::size_t>(rows.batch) && !rows.long_row;
+    if (rows.got == 0 && rows.end) return 0;
+    return fetch(rows, decode, packed, row);
+  }
+  packed = rows.packed[rows.next++];
+  row.clear();
+  // One row a call: it is the last one delivered, which IsNull reads.
+  if (decode && !unpack(rows.stmt, rows.columns, rows.batch == 1, packed, row)) return -1;
+  return 1;
+}
+
+// The next row through Fetch, for a row too long for an element of FetchArray; a row too
+// long for Fetch's buffer too comes column by column.
+int Shell::fetch_one(int stmt, int n, bool decode, std::string &packed, Row &row) {
   if (lost_) {
     error("Fetch: the server is gone");
     return -1;
@@ -165,30 +219,34 @@ int Shell::fetch(int stmt, int n, std::string &packed, Row &row) {
   packed = a[2].as_string();
   row.clear();
   if (full) {
-    if (format_ != OutputFormat::packed) return column_values(stmt, n, row) ? 1 : -1;
+    if (decode) return column_values(stmt, n, row) ? 1 : -1;
     error("a row longer than " + std::to_string(kRowCapacity) +
           " bytes does not fit the packed row buffer; \\format table or csv shows it");
     return -1;
   }
-  if (format_ == OutputFormat::packed) return 1;
+  return !decode || unpack(stmt, n, true, packed, row) ? 1 : -1;
+}
+
+// The values of a packed row of `n` columns. A packed row shows NULL as empty text, or as
+// "0" for a number: with `ask`, IsNull tells; without, no column can be NULL.
+bool Shell::unpack(int stmt, int n, bool ask, const std::string &packed, Row &row) {
   client::PackedRow pr = client::read_packed_row(packed);
   if (!pr.ok() || pr.entries.size() != static_cast<std::size_t>(n)) {
     error("the server's packed row does not read as " + std::to_string(n) + " columns" +
           (pr.ok() ? "" : ": " + pr.error));
-    return -1;
+    return false;
   }
   for (int k = 0; k < n; ++k) {
     const client::PackedEntry &e = pr.entries[static_cast<std::size_t>(k)];
-    // A packed row shows NULL as empty text, or as "0" for a number: IsNull tells.
     int null = 0;
-    if ((e.value.empty() || (e.numeric && e.value == "0")) && !is_null(stmt, k + 1, null))
-      return -1;
+    if (ask && (e.value.empty() || (e.numeric && e.value == "0")) && !is_null(stmt, k + 1, null))
+      return false;
     if (null)
       row.emplace_back();
     else
       row.emplace_back(from_server(e.value, o_.encoding));
   }
-  return 1;
+  return true;
 }
 
 bool Shell::is_null(int stmt, int col, int &null) {
