@@ -214,7 +214,7 @@ class Session {
   int pid_ = -1;
   int shm_id_ = -1;
   bool segment_released_ = false;  // marked for removal once the server is attached
-  BlockCodec codec_;  // over the attached segment; empty while there is none
+  BlockCodec codec_;               // over the attached segment; empty while there is none
   int stderr_fd_ = -1;
   ExitInfo exit_;
   std::function<int(int)> callback_;

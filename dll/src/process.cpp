@@ -68,6 +68,65 @@ void arm_watchdog() {
   sigprocmask(SIG_UNBLOCK, &alarm_only, nullptr);
 }
 
+// Every signal to its default action, except those the parent ignored (nohup's SIGHUP
+// stays ignored) and the faults, which always kill; SIGUSR2 and SIGTERM get handlers later.
+void reset_dispositions() {
+  for (int sig = 1; sig <= 64; ++sig) {
+    switch (sig) {
+      case SIGILL:
+      case SIGTRAP:
+      case SIGBUS:
+      case SIGSEGV:
+        set_action(sig, SIG_DFL, 0);
+        break;
+      case SIGKILL:
+      case SIGUSR2:
+      case SIGTERM:
+      case SIGSTOP:
+        break;
+      default: {
+        struct sigaction old;
+        if (sigaction(sig, nullptr, &old) == 0 && old.sa_handler != SIG_IGN)
+          set_action(sig, SIG_DFL, 0);
+      }
+    }
+  }
+}
+
+// Attaches the segment named on the command line and checks it: who may write it, its
+// size, magic and version. Any failure ends the process with status 2.
+void attach_block() {
+  shm_addr = shmat(shm_id, nullptr, 0);
+  if (shm_addr == reinterpret_cast<void *>(-1)) {
+    std::perror("shmat");
+    std::exit(2);
+  }
+  dll_info = static_cast<unsigned char *>(shm_addr);
+  struct shmid_ds ds;
+  bool stat_ok = shmctl(shm_id, IPC_STAT, &ds) == 0;
+  qz::segment_size = stat_ok ? static_cast<std::int64_t>(ds.shm_segsz) : 0;
+  // The segment carries every call's SQL and results: one that any user of the machine may
+  // write could feed this process calls of a stranger's. Group rights are the site's choice.
+  if (stat_ok && (ds.shm_perm.mode & S_IWOTH)) {
+    std::fprintf(stderr, "Call block writable by every user (mode %03o)\n",
+                 static_cast<unsigned>(ds.shm_perm.mode & 0777));
+    std::exit(2);
+  }
+
+  // A segment too small for the header cannot hold the magic either.
+  const qz::wire::Layout &l = qz::layout();
+  if (qz::segment_size < static_cast<std::int64_t>(l.args) ||
+      std::memcmp(dll_info, qz::wire::kMagic, sizeof qz::wire::kMagic) != 0) {
+    std::fputs("Bad DLL_MAGIC\n", stderr);
+    std::exit(2);
+  }
+  std::uint32_t version = static_cast<std::uint32_t>(get32(dll_info, 8));
+  if (version != qz::wire::kVersion) {
+    std::fprintf(stderr, "Unsupported DLL_VERSION %x\n", version);
+    std::exit(2);
+  }
+}
+
 }  // namespace
 
 extern "C" void signal_handler(int sig) {
@@ -117,58 +176,11 @@ int main(int argc, char **argv) {
     sigaddset(&set, sig);
   sigprocmask(SIG_BLOCK, &set, nullptr);
 
-  for (int sig = 1; sig <= 64; ++sig) {
-    switch (sig) {
-      case SIGILL:
-      case SIGTRAP:
-      case SIGBUS:
-      case SIGSEGV:
-        set_action(sig, SIG_DFL, 0);
-        break;
-      case SIGKILL:
-      case SIGUSR2:
-      case SIGTERM:
-      case SIGSTOP:
-        break;
-      default: {
-        struct sigaction old;
-        if (sigaction(sig, nullptr, &old) == 0 && old.sa_handler != SIG_IGN)
-          set_action(sig, SIG_DFL, 0);
-      }
-    }
-  }
+  reset_dispositions();
 
   close_descriptors();
 
-  shm_addr = shmat(shm_id, nullptr, 0);
-  if (shm_addr == reinterpret_cast<void *>(-1)) {
-    std::perror("shmat");
-    std::exit(2);
-  }
-  dll_info = static_cast<unsigned char *>(shm_addr);
-  struct shmid_ds ds;
-  bool stat_ok = shmctl(shm_id, IPC_STAT, &ds) == 0;
-  qz::segment_size = stat_ok ? static_cast<std::int64_t>(ds.shm_segsz) : 0;
-  // The segment carries every call's SQL and results: one that any user of the machine may
-  // write could feed this process calls of a stranger's. Group rights are the site's choice.
-  if (stat_ok && (ds.shm_perm.mode & S_IWOTH)) {
-    std::fprintf(stderr, "Call block writable by every user (mode %03o)\n",
-                 static_cast<unsigned>(ds.shm_perm.mode & 0777));
-    std::exit(2);
-  }
-
-  // A segment too small for the header cannot hold the magic either.
-  const qz::wire::Layout &l = qz::layout();
-  if (qz::segment_size < static_cast<std::int64_t>(l.args) ||
-      std::memcmp(dll_info, qz::wire::kMagic, sizeof qz::wire::kMagic) != 0) {
-    std::fputs("Bad DLL_MAGIC\n", stderr);
-    std::exit(2);
-  }
-  std::uint32_t version = static_cast<std::uint32_t>(get32(dll_info, 8));
-  if (version != qz::wire::kVersion) {
-    std::fprintf(stderr, "Unsupported DLL_VERSION %x\n", version);
-    std::exit(2);
-  }
+  attach_block();
 
   dll_setup();
 
