@@ -2,8 +2,6 @@
 // variables set at start-up, the unpacked argument descriptor, the call-block accessors.
 #pragma once
 
-#include <sys/types.h>
-
 #include <cstdint>
 
 #include "qzassert.hpp"
@@ -46,13 +44,8 @@ const wire::Layout &layout();
 // beyond it.
 extern std::int64_t segment_size;
 
-// The process that started this one, the interpreter (set by main; 0 where calls run
-// in-process).
-extern pid_t parent;
-
-// Sends SIGUSR2 to the interpreter named in the block. If the process that started this
-// one has gone (its id may now be another's) or the signal cannot be sent, raises SIGTERM
-// instead, which ends this process.
+// Sends SIGUSR2 to the interpreter named in the block; if the signal cannot be sent,
+// raises SIGTERM instead, which ends this process.
 void signal_interpreter();
 
 }  // namespace qz

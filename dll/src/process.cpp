@@ -154,7 +154,7 @@ extern "C" void interrupt_handler(int) {
 }
 
 int main(int argc, char **argv) {
-  qz::parent = getppid();
+  const pid_t parent = getppid();  // the interpreter
   if (argc != 2) {
     std::fprintf(stderr, "%s: Illegal call\n", argv[0]);
     std::exit(2);
@@ -193,7 +193,7 @@ int main(int argc, char **argv) {
   // closed, the watchdog inside a call), and no signal goes to a process that reuses its
   // id. A parent that died before the request took effect is seen in getppid.
   prctl(PR_SET_PDEATHSIG, SIGTERM);
-  if (getppid() != qz::parent) raise(SIGTERM);
+  if (getppid() != parent) raise(SIGTERM);
 
   sigdelset(&set, SIGUSR2);
   sigdelset(&set, SIGTERM);
