@@ -16,14 +16,15 @@
 #include <string>
 #include <vector>
 
+#include "bench_env.hpp"
 #include "bridge.hpp"
 #include "connection.hpp"
 #include "odbc_dll.hpp"
-#include "odbc_env.hpp"
 #include "pingpong.hpp"
 #include "qzclient.hpp"
+#include "registry.hpp"
 #include "statement.hpp"
-#include "util.hpp"
+#include "xpack.hpp"
 
 namespace {
 
@@ -31,7 +32,7 @@ using qz::bench::Clock;
 using qz::bench::median;
 using qz::bench::ns_since;
 using qz::client::Arg;
-namespace odbc = qz::test::odbc;
+namespace odbc = qz::bench;
 
 constexpr int kBufferSize = 4096;        // the packed row buffer, as a program would size it
 constexpr int kTripsPerRound = 2000;     // raw exchanges measured per round

@@ -6,5 +6,4 @@ target_link_libraries(bench_format PRIVATE qzformat benchmark::benchmark)
 # server's function table, which the callable functions it holds refer to) and the
 # client, and takes the connection strings of the ODBC test environment.
 add_executable(bench_fetch bench_fetch.cpp ${PROJECT_SOURCE_DIR}/dll/odbc/odbc_set.cpp)
-target_include_directories(bench_fetch PRIVATE ${PROJECT_SOURCE_DIR}/tests/e2e)
 target_link_libraries(bench_fetch PRIVATE qzbridge qzclient)

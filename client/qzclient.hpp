@@ -10,6 +10,7 @@
 #pragma once
 
 #include <chrono>
+#include <csignal>
 #include <cstddef>
 #include <cstdint>
 #include <functional>
@@ -19,13 +20,15 @@
 #include <string_view>
 #include <vector>
 
+#include "qzwire.hpp"
+
 namespace qz::client {
 
 enum class Layout { bits32, bits64 };
 
-inline constexpr int kInteger = 1;  // interpreter types, as in the call block
-inline constexpr int kReal = 2;
-inline constexpr int kString = 3;
+inline constexpr int kInteger = wire::kInteger;  // interpreter types, as in the call block
+inline constexpr int kReal = wire::kReal;
+inline constexpr int kString = wire::kString;
 
 // An interpreter real: the 12-byte decimal record, as bytes.
 struct Decimal {
@@ -92,7 +95,8 @@ struct Options {
   std::string suffix = "auto";  // after the id: "auto" (none or ":64"), "", ":32", ...
   // If set, the exact arguments instead of ID[suffix]; "{id}" in them becomes the id.
   std::optional<std::vector<std::string>> argv;
-  std::size_t segment_size = 1 << 20;        // bytes
+  std::size_t segment_size = 1 << 20;  // bytes
+  int permissions = 0600;  // of the segment: the owner's; a site may let its group in (0660)
   std::chrono::milliseconds timeout{30000};  // per call
   bool capture_stderr = true;                // false: the server writes to our standard error
   std::uint64_t base = 0;                    // interpreter base address to announce; 0: real one
@@ -105,11 +109,41 @@ struct Options {
 void block_call_signal();
 
 // Offsets of the call block fields in one layout (the wire format).
-struct BlockLayout {
-  std::size_t pid, base, status, shmsz, scratch, callback, argc, args, arg_size, addr_size;
-  std::size_t a_type, a_byref, a_ptr, a_maxlen, a_elsz, a_elcnt;
-};
+using BlockLayout = wire::Layout;
 const BlockLayout &block_layout(Layout l);
+
+// The call block of one layout over bytes of the caller's: what an interpreter writes into
+// it (header, descriptors, the arguments of a call) and reads back (statuses, variables).
+// Interpreter addresses are `base` plus the offset in the bytes.
+class BlockCodec {
+ public:
+  BlockCodec() = default;
+  BlockCodec(std::span<unsigned char> bytes, Layout layout, std::uint64_t base);
+
+  const BlockLayout &layout() const { return *layout_; }
+  unsigned char *data() const { return bytes_.data(); }
+  std::size_t size() const { return bytes_.size(); }
+  std::uint64_t address_of(std::size_t offset) const { return base_ + offset; }
+  std::int32_t get32(std::size_t offset) const;
+  void put32(std::size_t offset, std::int32_t v);
+  void put_address(std::size_t offset, std::uint64_t address);
+
+  // Magic, version, the interpreter's pid, base address, size and scratch address.
+  void write_header(std::int32_t pid, std::uint64_t scratch);
+  void write_descriptor(int i, int type, int byref, std::uint64_t ptr, int maxlen, int elsz,
+                        int elcnt);
+  // Lays out the name and the arguments and sets argc. False, with `error` saying why, when
+  // they do not fit.
+  bool write_call(std::string_view name, std::span<const Arg> args, std::string &error);
+  // Reads the variables of the last call back into `args`; sets each argument's unref.
+  void read_back(std::span<Arg> args) const;
+
+ private:
+  std::span<unsigned char> bytes_;
+  const BlockLayout *layout_ = nullptr;
+  std::uint64_t base_ = 0;
+  std::vector<std::size_t> arg_data_;  // offset of each argument's data in the last call
+};
 
 class Session {
  public:
@@ -134,6 +168,15 @@ class Session {
   // past start-up and waiting.
   bool ping();
 
+  // For a signal handler (async-signal-safe): asks the server to stop the call in progress,
+  // which then returns as it will (SIGURG; qzodbc cancels the statement in the driver); a
+  // second time during the same call ends the server (SIGTERM), and the call then reports
+  // that the server died. False when no call is in progress.
+  bool interrupt_call();
+
+  // Stops the server and starts a new one on a new segment, with the same options.
+  bool restart();
+
   // SIGTERM, reap (SIGKILL after the timeout), detach and remove the segment.
   ExitInfo stop();
   // Waits until the server ends by itself, up to the timeout.
@@ -144,23 +187,25 @@ class Session {
   int shm_id() const { return shm_id_; }
   bool running();
 
-  // Low level, for tests and tools that lay out a block themselves.
-  unsigned char *block() const { return block_; }
-  std::size_t block_size() const { return size_; }
+  // Low level, for tests and tools that lay out a block themselves: the segment's codec.
+  BlockCodec &codec() { return codec_; }
+  unsigned char *block() const { return codec_.data(); }
+  std::size_t block_size() const { return codec_.size(); }
   const BlockLayout &layout() const { return block_layout(options_.layout); }
-  std::uint64_t address_of(std::size_t offset) const { return base_ + offset; }
-  std::int32_t get32(std::size_t offset) const;
-  void put32(std::size_t offset, std::int32_t v);
-  void put_address(std::size_t offset, std::uint64_t address);
-  void write_descriptor(int i, int type, int byref, std::uint64_t ptr, int maxlen, int elsz,
-                        int elcnt);
-  // Lays out name and arguments; false when they do not fit the segment.
-  bool write_call(std::string_view name, std::span<const Arg> args);
-  void read_back(std::span<Arg> args) const;
+  std::uint64_t address_of(std::size_t offset) const { return codec_.address_of(offset); }
+  std::int32_t get32(std::size_t offset) const { return codec_.get32(offset); }
+  void put32(std::size_t offset, std::int32_t v) { codec_.put32(offset, v); }
+  void put_address(std::size_t offset, std::uint64_t a) { codec_.put_address(offset, a); }
+  // Lays out name and arguments; false (see error()) when they do not fit the segment.
+  bool write_call(std::string_view name, std::span<const Arg> args) {
+    return codec_.write_call(name, args, error_);
+  }
   // Signals the server and waits for its answer; the block is left as it is.
   CallResult raw_call();
 
  private:
+  bool create_segment();
+  bool spawn_server();
   CallResult wait_answer();
   CallResult died(const std::string &what);
 
@@ -168,13 +213,13 @@ class Session {
   std::string error_;
   int pid_ = -1;
   int shm_id_ = -1;
-  unsigned char *block_ = nullptr;
-  std::size_t size_ = 0;
-  std::uint64_t base_ = 0;
+  bool segment_released_ = false;  // marked for removal once the server is attached
+  BlockCodec codec_;               // over the attached segment; empty while there is none
   int stderr_fd_ = -1;
   ExitInfo exit_;
   std::function<int(int)> callback_;
-  std::vector<std::size_t> arg_data_;  // offset of each argument's data in the last call
+  volatile std::sig_atomic_t calling_ = 0;     // a call waits for its answer
+  volatile std::sig_atomic_t interrupts_ = 0;  // interrupt_call during that call
 };
 
 // ---- packed rows ------------------------------------------------------------------

@@ -54,17 +54,15 @@ if(QZ_SANITIZE)
   string(APPEND QZ_PRELOAD_FIRST ":libodbcinst.so.2:")
 endif()
 
-# Environment every whole-process test gets: the servers of this build, in the i386 build
-# the emulator that starts them, and the ODBC test environment: ODBCSYSINI and ODBCINI
-# (the private registrations), QZ_ODBC_INTERPOSER (the LD_PRELOAD value that puts the
-# libodbc interposer in front; _I386 for the i386 servers), QZ_PG_ENV (the cluster's
-# record, set only where PostgreSQL is available) and QZ_PG_CLUSTER (its script).
-set(QZ_I386_BUILD_DIR "" CACHE PATH "i386 build directory whose servers the x86-64 tests also run")
+# Environment of every whole-process test and scenario: the servers of this build (in the
+# i386 build with the emulator that starts them, QZ_LAUNCHER), the private driver
+# registration (ODBCSYSINI), the LD_PRELOAD value that puts the libodbc interposer in
+# front (QZ_INTERPOSER), and the PostgreSQL cluster's record where there is one.
+set(QZ_I386_BUILD_DIR "" CACHE PATH "i386 build directory whose server the x86-64 tests also run")
 function(qz_e2e_env out)
-  set(env "QZ_SERVER_HOST_TEST=$<TARGET_FILE:qzhost-test>")
-  list(APPEND env "ODBCSYSINI=${QZ_ODBC_ENV_DIR}" "ODBCINI=${QZ_ODBC_ENV_DIR}/odbc.ini")
-  list(APPEND env "QZ_ODBC_INTERPOSER=${QZ_PRELOAD_FIRST}$<TARGET_FILE:qzodbcinterpose>")
-  list(APPEND env "QZ_PG_CLUSTER=${PROJECT_SOURCE_DIR}/tests/env/pg-cluster.sh")
+  set(env "QZ_SERVER_HOST_TEST=$<TARGET_FILE:qzhost-test>" "QZ_SERVER_ODBC=$<TARGET_FILE:qzodbc>"
+          "QZ_SERVER_ODBC_TEST=$<TARGET_FILE:qzodbc-test>" "ODBCSYSINI=${QZ_ODBC_ENV_DIR}"
+          "QZ_INTERPOSER=${QZ_PRELOAD_FIRST}$<TARGET_FILE:qzinterpose>")
   if(QZ_PG)
     list(APPEND env "QZ_PG_ENV=${QZ_ODBC_ENV_DIR}/pg-cluster.env")
   endif()
@@ -73,31 +71,8 @@ function(qz_e2e_env out)
     list(APPEND env
          "LSAN_OPTIONS=suppressions=${PROJECT_SOURCE_DIR}/tests/env/lsan.supp:print_suppressions=0")
   endif()
-  if(TARGET qzodbc)
-    list(APPEND env "QZ_SERVER_ODBC=$<TARGET_FILE:qzodbc>")
-  endif()
   if(QZ_I386)
     list(APPEND env "QZ_LAUNCHER=${CMAKE_CROSSCOMPILING_EMULATOR}")
-  elseif(QZ_I386_BUILD_DIR)
-    list(APPEND env "QZ_SERVER_HOST_TEST_I386=${QZ_I386_BUILD_DIR}/tests/host/qzhost-test")
-    list(APPEND env "QZ_SERVER_ODBC_I386=${QZ_I386_BUILD_DIR}/dll/qzodbc")
-    list(APPEND env
-         "QZ_ODBC_INTERPOSER_I386=${QZ_I386_BUILD_DIR}/tests/env/faultdriver/libqzodbcinterpose.so")
   endif()
   set(${out} "${env}" PARENT_SCOPE)
-endfunction()
-
-# qz_e2e_test(NAME SOURCES src... [LIBS lib...] [ENV VAR=value...] [FIXTURES f...])
-# A whole-process test: a GoogleTest program that starts servers through libqzclient.
-function(qz_e2e_test name)
-  cmake_parse_arguments(A "" "" "SOURCES;LIBS;ENV;FIXTURES" ${ARGN})
-  add_executable(${name} ${A_SOURCES})
-  target_link_libraries(${name} PRIVATE GTest::gtest_main qzclient ${A_LIBS} GTest::gtest)
-  target_include_directories(${name} PRIVATE ${PROJECT_SOURCE_DIR}/tests/e2e)
-  add_test(NAME ${name} COMMAND ${name})
-  qz_e2e_env(env)
-  set_tests_properties(${name} PROPERTIES LABELS e2e TIMEOUT 900 ENVIRONMENT "${env};${A_ENV}")
-  if(A_FIXTURES)
-    set_tests_properties(${name} PROPERTIES FIXTURES_REQUIRED "${A_FIXTURES}")
-  endif()
 endfunction()

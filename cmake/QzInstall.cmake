@@ -25,7 +25,8 @@ install(CODE "
       execute_process(COMMAND \"${CMAKE_STRIP}\" -g \"\$ENV{DESTDIR}\${CMAKE_INSTALL_PREFIX}/${CMAKE_INSTALL_LIBDIR}/\${a}\")
     endforeach()
   endif()")
-install(FILES ${PROJECT_SOURCE_DIR}/client/qzclient.hpp ${PROJECT_SOURCE_DIR}/math/include/qzmath.h
+install(FILES ${PROJECT_SOURCE_DIR}/client/qzclient.hpp ${PROJECT_SOURCE_DIR}/dll/include/qzwire.hpp
+              ${PROJECT_SOURCE_DIR}/math/include/qzmath.h
         DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
 install(FILES ${PROJECT_SOURCE_DIR}/doc/qzodbc.1 ${PROJECT_SOURCE_DIR}/doc/qzcall.1
         DESTINATION ${CMAKE_INSTALL_MANDIR}/man1)

@@ -3,6 +3,11 @@
 // Ids: 0 HP Roman-8, 1 ISO 8859-1, -1 an unknown name.
 #pragma once
 
+namespace qz {
+inline constexpr int kRoman8 = 0;     // HP Roman-8, the interpreter's text
+inline constexpr int kIso8859_1 = 1;  // ISO 8859-1, the ODBC side's text
+}  // namespace qz
+
 // Builds both mapping tables unless they are built already; qz__charset_map calls it.
 void qz__charset_setup();
 

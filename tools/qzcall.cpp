@@ -1,18 +1,11 @@
-// qzcall: the command line (options, subcommands run and sql), finding the server next to
-// this program, and starting it as the interpreter does. Exit status: 0, 1 for a failed
-// call or SQL, 2 for bad usage.
-#include <limits.h>
-#include <signal.h>
-#include <sys/shm.h>
-#include <unistd.h>
-
+// qzcall: the command line (options anywhere, -- ending them; the commands run and sql),
+// a call script read twice from a file (checked whole before any call runs, then run a
+// call at a time, so that memory does not grow with its length). Exit status: 0; 1 for a
+// failed call or SQL; 2 for bad usage.
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <fstream>
-#include <iostream>
-#include <iterator>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -20,6 +13,7 @@
 #include "qzclient.hpp"
 #include "runner.hpp"
 #include "script.hpp"
+#include "server.hpp"
 #include "sql_shell.hpp"
 
 namespace {
@@ -33,6 +27,7 @@ constexpr int kExitUsage = 2;
 constexpr const char *kUsage =
     "Usage: qzcall [OPTIONS] run FILE|-\n"
     "       qzcall [OPTIONS] sql [SQL-OPTIONS] CONNSTR|DSN\n"
+    "Options may stand anywhere on the line; -- ends them.\n"
     "\n"
     "Starts the qzodbc server and talks to it as the interpreter does.\n"
     "\n"
@@ -48,8 +43,9 @@ constexpr const char *kUsage =
     "  -V, --version      qzcall's version\n"
     "\n"
     "SQL options:\n"
-    "  -e, --execute TEXT       run TEXT (SQL or a \\command) instead of reading input;\n"
+    "  -c, -e, --execute TEXT   run TEXT (SQL or a \\command) instead of reading input;\n"
     "                           may be repeated\n"
+    "  -f, --file FILE          run the statements and commands of FILE instead\n"
     "  -F, --format table|csv|packed   how result rows print (default table)\n"
     "  -w, --width N            widest column of a table, in characters (default 40;\n"
     "                           0: no limit)\n"
@@ -78,278 +74,261 @@ constexpr const char *kUsage =
     "also shown entry by entry. The exit status is 1 when a call returned another status\n"
     "than expected.\n";
 
-// The running server, for the signal handler: an interrupted qzcall must not leave the
-// server waiting forever (it blocks SIGINT) nor the segment behind.
-volatile sig_atomic_t g_server_pid = -1;
-volatile sig_atomic_t g_shm_id = -1;
-
-void on_interrupt(int sig) {
-  if (g_server_pid > 0) kill(g_server_pid, SIGTERM);
-  if (g_shm_id >= 0) shmctl(g_shm_id, IPC_RMID, nullptr);
-  _exit(128 + sig);
-}
-
-// Starts the server; on failure says why. Interrupts stop it from then on.
-bool start_server(Session &s, const Options &opt) {
-  if (!s.start(opt)) {
-    std::fprintf(stderr, "qzcall: %s\n", s.error().c_str());
-    return false;
-  }
-  g_server_pid = s.pid();
-  g_shm_id = s.shm_id();
-  struct sigaction sa {};
-  sa.sa_handler = on_interrupt;
-  sigemptyset(&sa.sa_mask);
-  for (int sig : {SIGINT, SIGTERM, SIGHUP})
-    sigaction(sig, &sa, nullptr);
-  return true;
-}
-
 int usage_error(const std::string &message) {
   std::fprintf(stderr, "qzcall: %s\nTry 'qzcall --help' for more information.\n", message.c_str());
   return kExitUsage;
 }
 
-bool executable(const std::string &path) {
-  return access(path.c_str(), X_OK) == 0;
-}
+// What the command line says.
+struct CommandLine {
+  std::string command;            // run or sql
+  std::vector<std::string> args;  // the words after it that are no options
+  std::string server;             // --server
+  Options opt;                    // how the server starts
+  qz::call::SqlOptions sql;       // the options of sql
+  std::string sql_option;         // the first of them given, for a refusal under run
+};
 
-std::string self_dir() {
-  char buf[PATH_MAX];
-  ssize_t n = readlink("/proc/self/exe", buf, sizeof buf - 1);
-  if (n <= 0) return "";
-  std::string p(buf, static_cast<std::size_t>(n));
-  return p.substr(0, p.rfind('/'));
-}
-
-std::string search_path(const std::string &name) {
-  const char *path = std::getenv("PATH");
-  std::istringstream in(path ? path : "");
-  for (std::string dir; std::getline(in, dir, ':');) {
-    std::string p = (dir.empty() ? "." : dir) + "/" + name;
-    if (executable(p)) return p;
-  }
-  return "";
-}
-
-// The server: --server as given (searched in PATH without a '/'), else the qzodbc installed
-// next to qzcall (bin/), else the one of the build tree (tools/../dll), else PATH.
-bool find_server(const std::string &given, std::string &out) {
-  if (!given.empty()) {
-    out = given.find('/') == std::string::npos ? search_path(given) : given;
-    if (out.empty() || !executable(out)) {
-      std::fprintf(stderr,
-                   "qzcall: the server '%s' is not an executable program; give the path of "
-                   "qzodbc with --server PATH\n",
-                   given.c_str());
-      return false;
-    }
-    return true;
-  }
-  std::string dir = self_dir();
-  for (const std::string &p : {dir + "/qzodbc", dir + "/../dll/qzodbc"}) {
-    if (!dir.empty() && executable(p)) {
-      out = p;
+// An option's value: the next word, or after '=' in --name=value.
+struct Cursor {
+  int argc;
+  char **argv;
+  int i;
+  bool value(const std::string &name, std::string &out) {
+    std::string a = argv[i];
+    if (a == name) {
+      if (i + 1 >= argc) return false;
+      out = argv[++i];
       return true;
     }
+    out = a.substr(name.size() + 1);
+    return true;
   }
-  out = search_path("qzodbc");
-  if (out.empty()) {
-    std::fprintf(stderr,
-                 "qzcall: cannot find the qzodbc server next to qzcall (%s) or in PATH; give "
-                 "its path with --server PATH\n",
-                 dir.c_str());
+};
+
+bool is_option(const std::string &a, const std::string &name) {
+  return a == name || a.rfind(name + "=", 0) == 0;
+}
+
+bool number(const std::string &v, double lo, double hi, double &out) {
+  char *end = nullptr;
+  out = std::strtod(v.c_str(), &end);
+  return !v.empty() && !*end && out >= lo && out <= hi;
+}
+
+// An option of the server: true when `a` was one, with `status` set (>= 0) on an error.
+bool global_option(Cursor &c, const std::string &a, CommandLine &cl, int &status) {
+  std::string v;
+  double d = 0;
+  auto bad = [&](const std::string &m) {
+    status = usage_error(m);
+    return true;
+  };
+  if (is_option(a, "--server")) {
+    if (!c.value("--server", cl.server)) return bad("--server needs a path");
+  } else if (is_option(a, "--launcher")) {
+    if (!c.value("--launcher", v))
+      return bad("--launcher needs a command, e.g. --launcher qemu-i386");
+    std::istringstream in(v);
+    cl.opt.launcher.clear();
+    for (std::string word; in >> word;)
+      cl.opt.launcher.push_back(word);
+  } else if (is_option(a, "--layout")) {
+    if (!c.value("--layout", v) || (v != "32" && v != "64")) return bad("--layout takes 32 or 64");
+    cl.opt.layout = v == "64" ? Layout::bits64 : Layout::bits32;
+  } else if (is_option(a, "--timeout")) {
+    if (!c.value("--timeout", v) || !number(v, 0, 1e7, d))
+      return bad("--timeout takes a number of seconds (0: wait without limit)");
+    cl.opt.timeout = std::chrono::milliseconds(d == 0 ? 1000LL * 3600 * 24 * 365
+                                                      : static_cast<long long>(d * 1000 + 0.5));
+  } else {
     return false;
   }
   return true;
 }
 
-bool read_all(const std::string &file, std::string &out) {
-  if (file == "-") {
-    out.assign(std::istreambuf_iterator<char>(std::cin.rdbuf()), {});
+// An option of sql, as global_option.
+bool sql_option(Cursor &c, const std::string &a, qz::call::SqlOptions &so, int &status) {
+  std::string v;
+  double d = 0;
+  auto bad = [&](const std::string &m) {
+    status = usage_error(m);
     return true;
+  };
+  if (a == "-e" || a == "-c" || is_option(a, "--execute")) {
+    if (!c.value(a.size() == 2 ? a : "--execute", v)) return bad(a + " needs the text to run");
+    so.inputs.push_back({false, v});
+  } else if (a == "-f" || is_option(a, "--file")) {
+    if (!c.value(a == "-f" ? "-f" : "--file", v) || v.empty()) return bad(a + " needs a file name");
+    so.inputs.push_back({true, v});
+  } else if (a == "-F" || is_option(a, "--format")) {
+    if (!c.value(a == "-F" ? "-F" : "--format", v) || (v != "table" && v != "csv" && v != "packed"))
+      return bad("--format takes table, csv or packed");
+    so.format = v == "table" ? qz::call::OutputFormat::table
+                : v == "csv" ? qz::call::OutputFormat::csv
+                             : qz::call::OutputFormat::packed;
+  } else if (a == "-w" || is_option(a, "--width")) {
+    if (!c.value(a == "-w" ? "-w" : "--width", v) || !number(v, 0, 100000, d) ||
+        d != static_cast<int>(d))
+      return bad("--width takes a number of characters (0: no limit)");
+    so.max_width = static_cast<int>(d);
+  } else if (a == "-k" || a == "--keep-going") {
+    so.keep_going = true;
+  } else if (a == "--no-history") {
+    so.history = false;
+  } else if (is_option(a, "--encoding")) {
+    if (!c.value("--encoding", v) ||
+        (v != "utf-8" && v != "utf8" && v != "latin1" && v != "roman8"))
+      return bad("--encoding takes utf-8, latin1 or roman8");
+    so.encoding = v == "latin1"   ? qz::call::Encoding::latin1
+                  : v == "roman8" ? qz::call::Encoding::roman8
+                                  : qz::call::Encoding::utf8;
+  } else if (is_option(a, "--log")) {
+    if (!c.value("--log", so.log_file) || so.log_file.empty())
+      return bad("--log needs a file name (console for standard error)");
+  } else if (is_option(a, "--log-flags")) {
+    if (!c.value("--log-flags", so.log_flags)) return bad("--log-flags needs flags, e.g. O2");
+  } else if (is_option(a, "--trace")) {
+    if (!c.value("--trace", v) || !number(v, 0, 100, d) || d != static_cast<int>(d))
+      return bad("--trace takes a level, 0 to 4");
+    so.trace = static_cast<int>(d);
+  } else {
+    return false;
   }
-  std::ifstream in(file, std::ios::binary);
-  if (!in) return false;
-  out.assign(std::istreambuf_iterator<char>(in), {});
-  return !in.bad();
-}
-
-// Reports a server that ended badly when stopped; true when it stopped cleanly.
-bool stop_server(Session &s) {
-  g_server_pid = -1;  // stopped and reaped below: the handler leaves it alone
-  qz::client::ExitInfo e = s.stop();
-  g_shm_id = -1;
-  if (e.exited && e.code == 0) return true;
-  std::fprintf(stderr, "qzcall: the server %s\n", e.describe().c_str());
-  return false;
-}
-
-// An option's value: the next word, or after '=' in --name=value.
-bool option_value(int argc, char **argv, int &i, const std::string &name, std::string &value) {
-  std::string a = argv[i];
-  if (a == name) {
-    if (i + 1 >= argc) return false;
-    value = argv[++i];
-    return true;
-  }
-  value = a.substr(name.size() + 1);
   return true;
 }
 
-bool is_option(const std::string &a, const std::string &name) {
-  return a == name || a.rfind(name + "=", 0) == 0;
+// Reads the whole command line. -1 to go on, else the exit status (help, version, errors).
+int parse(int argc, char **argv, CommandLine &cl) {
+  bool options = true;
+  for (Cursor c{argc, argv, 1}; c.i < argc; ++c.i) {
+    std::string a = argv[c.i];
+    if (!options || a.size() < 2 || a[0] != '-') {
+      (cl.command.empty() ? cl.command : cl.args.emplace_back()) = a;
+      continue;
+    }
+    int status = -1;
+    if (a == "--") {
+      options = false;
+    } else if (a == "-h" || a == "--help") {
+      std::fputs(kUsage, stdout);
+      return 0;
+    } else if (a == "-V" || a == "--version") {
+      std::printf("qzcall %s\n", QZ_VERSION);
+      return 0;
+    } else if (global_option(c, a, cl, status)) {
+    } else if (sql_option(c, a, cl.sql, status)) {
+      if (cl.sql_option.empty()) cl.sql_option = a;
+    } else {
+      return usage_error("unknown option " + a);
+    }
+    if (status >= 0) return status;
+  }
+  return -1;
+}
+
+// A script that does not parse: where, what, the line and a caret under the column.
+void parse_error(const std::string &file, const std::string &line,
+                 const qz::call::ParseError &err) {
+  std::fprintf(stderr, "%s:%d:%d: error: %s\n", file == "-" ? "<stdin>" : file.c_str(), err.line,
+               err.col, err.message.c_str());
+  std::string caret;
+  for (int k = 0; k + 1 < err.col && k < static_cast<int>(line.size()); ++k)
+    caret += line[static_cast<std::size_t>(k)] == '\t' ? '\t' : ' ';
+  std::fprintf(stderr, "  %s\n  %s^\n", line.c_str(), caret.c_str());
+}
+
+// Each call of the script in `in`, from its start, to `each`; false (said) at a line that
+// does not parse.
+template <class Each>
+bool read_calls(std::FILE *in, const std::string &file, Each each) {
+  std::rewind(in);
+  qz::call::ScriptReader reader;
+  qz::call::ParseError err;
+  char *buf = nullptr;
+  std::size_t cap = 0;
+  bool ok = true, go = true;
+  for (int n = 1; ok && go; ++n) {
+    ssize_t len = getline(&buf, &cap, in);
+    if (len < 0) break;
+    std::string line(buf, static_cast<std::size_t>(len));
+    if (!line.empty() && line.back() == '\n') line.pop_back();
+    ok = reader.line(line, n, err);
+    if (!ok) parse_error(file, line, err);
+    for (const qz::call::CallSpec &c : reader.script.calls)
+      go = go && each(c, reader.script.vars);
+    reader.script.calls.clear();
+  }
+  std::free(buf);
+  return ok;
+}
+
+int run_command(CommandLine &cl) {
+  if (!cl.sql_option.empty())
+    return usage_error(cl.sql_option + " is an option of sql, not of run");
+  if (cl.args.empty()) return usage_error("run needs a script file (- for standard input)");
+  if (cl.args.size() > 1) return usage_error("run takes one script file; unexpected " + cl.args[1]);
+  const std::string &file = cl.args[0];
+  std::FILE *in = file == "-" ? std::tmpfile() : std::fopen(file.c_str(), "r");
+  if (in && file == "-") {  // read twice: standard input goes to a file first
+    char buf[65536];
+    for (std::size_t n; (n = std::fread(buf, 1, sizeof buf, stdin)) > 0;)
+      std::fwrite(buf, 1, n, in);
+  }
+  if (!in) {
+    std::fprintf(stderr, "qzcall: cannot read %s: %s\n", file.c_str(), std::strerror(errno));
+    return kExitUsage;
+  }
+  std::size_t most = 0;
+  bool ok = read_calls(in, file, [&](const qz::call::CallSpec &c, const auto &vars) {
+    most = std::max(most, qz::call::call_bytes(c, vars));
+    return true;
+  });
+  int status = kExitUsage;
+  cl.opt.segment_size = std::max<std::size_t>(1 << 20, most + 4096);
+  Session s;
+  if (ok && qz::call::find_server(cl.server, cl.opt.server)) {
+    status = 1;
+    if (qz::call::start_server(s, cl.opt)) {
+      qz::call::Runner runner(s, stdout);
+      read_calls(in, file, [&](const qz::call::CallSpec &c, const auto &vars) {
+        return runner.run(c, vars);
+      });
+      status = runner.finish();
+      std::fflush(stdout);
+      if (!qz::call::stop_server(s)) status = 1;
+    }
+  }
+  std::fclose(in);
+  return status;
+}
+
+int sql_command(CommandLine &cl) {
+  if (cl.args.empty())
+    return usage_error(
+        "sql needs a connection string (e.g. \"Driver={SQLite3};Database=x.db\") "
+        "or a data source name");
+  if (cl.args.size() > 1)
+    return usage_error("sql takes one connection string; put SQL after -c or on standard input");
+  cl.sql.connstr = cl.args[0];
+  if (!qz::call::find_server(cl.server, cl.opt.server)) return kExitUsage;
+  Session s;
+  if (!qz::call::start_server(s, cl.opt)) return 1;
+  int status = qz::call::run_sql(s, cl.sql, [&] { return qz::call::restart_server(s); });
+  std::fflush(stdout);
+  if (!qz::call::stop_server(s)) status = 1;
+  return status;
 }
 
 }  // namespace
 
 int main(int argc, char **argv) {
   qz::client::block_call_signal();
-  std::string server, launcher;
-  Options opt;
-  opt.capture_stderr = false;  // the server's trace and log go to our standard error
-  int i = 1;
-  std::string v;
-  for (; i < argc && argv[i][0] == '-' && argv[i][1]; ++i) {
-    std::string a = argv[i];
-    if (a == "-h" || a == "--help") {
-      std::fputs(kUsage, stdout);
-      return 0;
-    }
-    if (a == "-V" || a == "--version") {
-      std::printf("qzcall %s\n", QZ_VERSION);
-      return 0;
-    }
-    if (is_option(a, "--server")) {
-      if (!option_value(argc, argv, i, "--server", server))
-        return usage_error("--server needs a path");
-    } else if (is_option(a, "--launcher")) {
-      if (!option_value(argc, argv, i, "--launcher", launcher))
-        return usage_error("--launcher needs a command, e.g. --launcher qemu-i386");
-      std::istringstream in(launcher);
-      opt.launcher.clear();
-      for (std::string w; in >> w;)
-        opt.launcher.push_back(w);
-    } else if (is_option(a, "--layout")) {
-      if (!option_value(argc, argv, i, "--layout", v) || (v != "32" && v != "64"))
-        return usage_error("--layout takes 32 or 64");
-      opt.layout = v == "64" ? Layout::bits64 : Layout::bits32;
-    } else if (is_option(a, "--timeout")) {
-      char *end = nullptr;
-      double secs = -1;
-      if (option_value(argc, argv, i, "--timeout", v)) secs = std::strtod(v.c_str(), &end);
-      if (secs < 0 || !end || *end || v.empty() || secs > 1e7)
-        return usage_error("--timeout takes a number of seconds (0: wait without limit)");
-      opt.timeout = std::chrono::milliseconds(
-          secs == 0 ? 1000LL * 3600 * 24 * 365 : static_cast<long long>(secs * 1000 + 0.5));
-    } else {
-      return usage_error("unknown option " + a);
-    }
-  }
-  if (i >= argc) return usage_error("say what to do: run FILE or sql CONNSTR");
-  std::string cmd = argv[i++];
-
-  if (cmd == "run") {
-    if (i >= argc) return usage_error("run needs a script file (- for standard input)");
-    if (i + 1 < argc)
-      return usage_error("run takes one script file; unexpected " + std::string(argv[i + 1]));
-    std::string file = argv[i], text;
-    if (!read_all(file, text)) {
-      std::fprintf(stderr, "qzcall: cannot read %s: %s\n", file.c_str(), std::strerror(errno));
-      return kExitUsage;
-    }
-    qz::call::Script script;
-    qz::call::ParseError err;
-    if (!qz::call::parse_script(text, script, err)) {
-      std::fprintf(stderr, "%s:%d:%d: error: %s\n", file == "-" ? "<stdin>" : file.c_str(),
-                   err.line, err.col, err.message.c_str());
-      // The line and a caret under the column.
-      std::istringstream in(text);
-      std::string line;
-      for (int n = 0; n < err.line && std::getline(in, line); ++n) {
-      }
-      std::string caret;
-      for (int k = 0; k + 1 < err.col && k < static_cast<int>(line.size()); ++k)
-        caret += line[static_cast<std::size_t>(k)] == '\t' ? '\t' : ' ';
-      std::fprintf(stderr, "  %s\n  %s^\n", line.c_str(), caret.c_str());
-      return kExitUsage;
-    }
-    if (!find_server(server, opt.server)) return kExitUsage;
-    opt.segment_size = qz::call::segment_bytes(script);
-    Session s;
-    if (!start_server(s, opt)) return 1;
-    int status = qz::call::run_script(s, script, stdout);
-    std::fflush(stdout);
-    if (!stop_server(s)) status = 1;
-    return status;
-  }
-
-  if (cmd == "sql") {
-    qz::call::SqlOptions so;
-    for (; i < argc && argv[i][0] == '-' && argv[i][1]; ++i) {
-      std::string a = argv[i];
-      if (a == "-e" || is_option(a, "--execute")) {
-        if (!option_value(argc, argv, i, a == "-e" ? "-e" : "--execute", v))
-          return usage_error(a + " needs the text to run");
-        so.execute.push_back(v);
-      } else if (a == "-F" || is_option(a, "--format")) {
-        if (!option_value(argc, argv, i, a == "-F" ? "-F" : "--format", v) ||
-            (v != "table" && v != "csv" && v != "packed"))
-          return usage_error("--format takes table, csv or packed");
-        so.format = v == "table" ? qz::call::OutputFormat::table
-                    : v == "csv" ? qz::call::OutputFormat::csv
-                                 : qz::call::OutputFormat::packed;
-      } else if (a == "-w" || is_option(a, "--width")) {
-        char *end = nullptr;
-        long w = -1;
-        if (option_value(argc, argv, i, a == "-w" ? "-w" : "--width", v))
-          w = std::strtol(v.c_str(), &end, 10);
-        if (w < 0 || w > 100000 || !end || *end || v.empty())
-          return usage_error("--width takes a number of characters (0: no limit)");
-        so.max_width = static_cast<int>(w);
-      } else if (a == "-k" || a == "--keep-going") {
-        so.keep_going = true;
-      } else if (a == "--no-history") {
-        so.history = false;
-      } else if (is_option(a, "--encoding")) {
-        if (!option_value(argc, argv, i, "--encoding", v) ||
-            (v != "utf-8" && v != "utf8" && v != "latin1" && v != "roman8"))
-          return usage_error("--encoding takes utf-8, latin1 or roman8");
-        so.encoding = v == "latin1"   ? qz::call::Encoding::latin1
-                      : v == "roman8" ? qz::call::Encoding::roman8
-                                      : qz::call::Encoding::utf8;
-      } else if (is_option(a, "--log")) {
-        if (!option_value(argc, argv, i, "--log", so.log_file) || so.log_file.empty())
-          return usage_error("--log needs a file name (console for standard error)");
-      } else if (is_option(a, "--log-flags")) {
-        if (!option_value(argc, argv, i, "--log-flags", so.log_flags))
-          return usage_error("--log-flags needs flags, e.g. O2");
-      } else if (is_option(a, "--trace")) {
-        char *end = nullptr;
-        long n = -1;
-        if (option_value(argc, argv, i, "--trace", v)) n = std::strtol(v.c_str(), &end, 10);
-        if (n < 0 || n > 100 || !end || *end || v.empty())
-          return usage_error("--trace takes a level, 0 to 4");
-        so.trace = static_cast<int>(n);
-      } else {
-        return usage_error("unknown sql option " + a);
-      }
-    }
-    if (i >= argc)
-      return usage_error(
-          "sql needs a connection string (e.g. \"Driver={SQLite3};Database=x.db\") "
-          "or a data source name");
-    if (i + 1 < argc)
-      return usage_error("sql takes one connection string; put SQL after -e or on standard input");
-    so.connstr = argv[i];
-    if (!find_server(server, opt.server)) return kExitUsage;
-    Session s;
-    if (!start_server(s, opt)) return 1;
-    int status = qz::call::run_sql(s, so);
-    std::fflush(stdout);
-    if (!stop_server(s)) status = 1;
-    return status;
-  }
-
-  return usage_error("unknown command '" + cmd + "': run FILE or sql CONNSTR");
+  CommandLine cl;
+  cl.opt.capture_stderr = false;  // the server's trace and log go to our standard error
+  if (int status = parse(argc, argv, cl); status >= 0) return status;
+  if (cl.command.empty()) return usage_error("say what to do: run FILE or sql CONNSTR");
+  if (cl.command == "run") return run_command(cl);
+  if (cl.command == "sql") return sql_command(cl);
+  return usage_error("unknown command '" + cl.command + "': run FILE or sql CONNSTR");
 }

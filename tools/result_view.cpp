@@ -119,6 +119,26 @@ std::string format_table(const ResultView &v, Encoding e, int max_width) {
   return out;
 }
 
+std::string format_expanded(const ResultView &v, Encoding e, int max_width) {
+  const std::size_t limit = max_width <= 0 ? 0 : static_cast<std::size_t>(std::max(max_width, 4));
+  std::size_t name_width = 0;
+  for (const std::string &t : v.titles)
+    name_width = std::max(name_width, text_width(t, e));
+  std::string out;
+  for (std::size_t r = 0; r < v.rows.size(); ++r) {
+    out += "-[ RECORD " + std::to_string(r + 1) + " ]\n";
+    for (std::size_t c = 0; c < v.titles.size(); ++c) {
+      out += v.titles[c];
+      pad(out, name_width - text_width(v.titles[c], e));
+      std::string value = c < v.rows[r].size() ? shown(v.rows[r][c], e, limit) : std::string();
+      out += value.empty() ? " |" : " | " + value;
+      out += '\n';
+    }
+  }
+  if (v.rows.empty()) out += "(0 rows)\n";
+  return out;
+}
+
 std::string csv_line(const Row &fields) {
   std::string out;
   for (std::size_t i = 0; i < fields.size(); ++i) {

@@ -9,9 +9,9 @@
 #include <string_view>
 #include <vector>
 
-namespace qz::call {
+#include "encoding.hpp"
 
-enum class Encoding { utf8, latin1, roman8 };  // the user's text; the server's is Roman-8
+namespace qz::call {
 
 using Cell = std::optional<std::string>;  // a value in the user's encoding; empty: NULL
 using Row = std::vector<Cell>;
@@ -35,6 +35,11 @@ std::string rows_footer(std::size_t n);
 // '?'. A value or title wider than `max_width` characters (0: no limit, at least 4
 // otherwise) is cut and ends with "...".
 std::string format_table(const ResultView &v, Encoding e, int max_width);
+
+// One column a line, a record after another, for rows too wide for a table:
+// "-[ RECORD n ]", then "title | value" with the titles padded to the widest. Values as
+// in the table; "(0 rows)" for none.
+std::string format_expanded(const ResultView &v, Encoding e, int max_width);
 
 // One CSV record with its newline: a field is quoted (quotes doubled) when it holds a
 // comma, a quote, a newline or a carriage return, or is empty text; NULL is an empty

@@ -1,9 +1,12 @@
-// Executes a call script: builds the arguments of each call from literals and variables,
-// makes the call, copies the variables back and reports status and changes.
+// Runs the calls of a script: builds the arguments of each call from literals and
+// variables, makes the call, copies the variables back and reports status and changes.
 #include "runner.hpp"
 
 #include <algorithm>
 #include <cstring>
+
+#include "odbc_prototypes.hpp"
+#include "qzstatus.hpp"
 
 namespace qz::call {
 
@@ -12,31 +15,6 @@ using client::CallResult;
 using client::kInteger;
 using client::kReal;
 using client::kString;
-
-const char *status_meaning(int status) {
-  switch (status) {
-    case -1:
-      return "internal error, or a fetched value that does not convert";
-    case 2:
-      return "out of memory";
-    case 7:
-      return "no function of that name";
-    case 8:
-      return "unknown identifier or unusable argument";
-    case 9:
-      return "wrong number of arguments";
-    case 17:
-      return "array too short";
-    case 18:
-      return "string variable too small";
-    case 56:
-      return "log file cannot be opened";
-    case 606:
-      return "more than 50 arguments";
-    default:
-      return nullptr;
-  }
-}
 
 namespace {
 
@@ -93,96 +71,112 @@ void print_packed(const std::string &text, std::FILE *out) {
                  row.error_offset);
 }
 
-}  // namespace
-
-std::size_t segment_bytes(const Script &script) {
-  std::size_t most = 0;
-  for (const CallSpec &c : script.calls) {
-    std::size_t n = 64 * (c.args.size() + 1) + c.name.size() + 16;
-    for (const ArgSpec &a : c.args) {
-      if (a.kind == ArgSpec::Kind::literal) {
-        n += arg_bytes(a.literal, -1);
-        for (const std::string &s : a.literal.strings)
-          n += s.size() * a.literal.count();
-      } else {
-        const VarInfo &v = script.vars[static_cast<std::size_t>(a.var)];
-        n += arg_bytes(v.initial, v.capacity);
-      }
-    }
-    most = std::max(most, n);
-  }
-  return std::max<std::size_t>(1 << 20, most + 4096);
-}
-
-int run_script(client::Session &session, const Script &script, std::FILE *out) {
-  std::vector<Value> vars;
-  for (const VarInfo &v : script.vars)
-    vars.push_back(v.initial);
-  int failed = 0;
-  for (const CallSpec &c : script.calls) {
-    std::vector<Arg> args;
-    for (const ArgSpec &a : c.args) {
-      if (a.kind == ArgSpec::Kind::literal) {
-        args.push_back(to_arg(a.literal, false, -1));
-        continue;
-      }
-      std::size_t k = static_cast<std::size_t>(a.var);
-      const VarInfo &info = script.vars[k];
-      if (a.assign) {
-        vars[k] = a.init;
-        vars[k].array = info.array;
-      }
-      if (a.kind == ArgSpec::Kind::variable)
-        args.push_back(to_arg(vars[k], true, info.capacity));
-      else
-        args.push_back(
-            to_arg(vars[k], false, info.type == kString && !info.array ? -1 : info.capacity));
-    }
-    std::vector<Value> before = vars;
-    CallResult r = session.call(c.name, std::span<Arg>(args));
-    if (!r.ok()) {
-      bool sent = r.kind != CallResult::Kind::failed;
-      std::fprintf(out, "%s -> %s: %s\n", c.text.c_str(), sent ? "no answer" : "not sent",
-                   r.error.c_str());
-      std::fflush(out);
-      ++failed;
-      if (sent) {
-        std::fprintf(stderr, "qzcall: line %d: the server gave no answer; the run stops here\n",
-                     c.line);
-        return 1;
-      }
-      continue;
-    }
-    std::string line = c.text + " -> " + std::to_string(r.status);
-    if (const char *m = r.status ? status_meaning(r.status) : nullptr)
-      line += std::string(" (") + m + ")";
-    if (r.status != c.expect) {
-      line += "; expected " + std::to_string(c.expect);
-      ++failed;
+// "  Prepare takes ConnId (IntByValue), Sql (zString), StmtId (IntByReference)" for a
+// function of the ODBC function set; nothing for another name.
+void print_prototypes(const std::string &name, std::FILE *out) {
+  for (const fn::Proto &p : kOdbcPrototypes) {
+    if (name != p.name) continue;
+    std::string line = "  " + name + (p.arg_cnt ? " takes " : " takes no arguments");
+    for (int k = 0; k < p.arg_cnt; ++k) {
+      const QzArgTypeName *t = QzArgTypeNames;
+      while (t->type != -1 && t->type != p.args[k].type)
+        ++t;
+      line += k ? ", " : "";
+      line += p.args[k].type == VarArg ? std::string("... (any further arguments)")
+                                       : std::string(p.args[k].name) + " (" + t->name + ")";
     }
     std::fprintf(out, "%s\n", line.c_str());
-    // Copy the variables back, then report each changed one once, in argument order.
-    std::vector<int> shown;
-    for (std::size_t i = 0; i < c.args.size(); ++i) {
-      const ArgSpec &a = c.args[i];
-      if (a.kind != ArgSpec::Kind::variable || args[i].unref) continue;
-      from_arg(args[i], vars[static_cast<std::size_t>(a.var)]);
-    }
-    for (const ArgSpec &a : c.args) {
-      std::size_t k = static_cast<std::size_t>(a.var);
-      if (a.kind != ArgSpec::Kind::variable ||
-          std::find(shown.begin(), shown.end(), a.var) != shown.end() || vars[k] == before[k])
-        continue;
-      shown.push_back(a.var);
-      std::fprintf(out, "  $%s = %s\n", script.vars[k].name.c_str(), format_value(vars[k]).c_str());
-      if (vars[k].type == kString && !vars[k].array) print_packed(vars[k].strings[0], out);
-    }
-    std::fflush(out);
   }
-  if (failed)
-    std::fprintf(stderr, "qzcall: %d of %zu calls did not return the expected status\n", failed,
-                 script.calls.size());
-  return failed ? 1 : 0;
+}
+
+}  // namespace
+
+std::size_t call_bytes(const CallSpec &c, const std::vector<VarInfo> &vars) {
+  std::size_t n = 64 * (c.args.size() + 1) + c.name.size() + 16;
+  for (const ArgSpec &a : c.args) {
+    if (a.kind == ArgSpec::Kind::literal) {
+      n += arg_bytes(a.literal, -1);
+      for (const std::string &s : a.literal.strings)
+        n += s.size() * a.literal.count();
+    } else {
+      const VarInfo &v = vars[static_cast<std::size_t>(a.var)];
+      n += arg_bytes(v.initial, v.capacity);
+    }
+  }
+  return n;
+}
+
+bool Runner::run(const CallSpec &c, const std::vector<VarInfo> &vars) {
+  for (std::size_t k = values_.size(); k < vars.size(); ++k)
+    values_.push_back(vars[k].initial);  // variables first used by this call
+  ++calls_;
+  std::vector<Arg> args;
+  for (const ArgSpec &a : c.args) {
+    if (a.kind == ArgSpec::Kind::literal) {
+      args.push_back(to_arg(a.literal, false, -1));
+      continue;
+    }
+    std::size_t k = static_cast<std::size_t>(a.var);
+    const VarInfo &info = vars[k];
+    if (a.assign) {
+      values_[k] = a.init;
+      values_[k].array = info.array;
+    }
+    if (a.kind == ArgSpec::Kind::variable)
+      args.push_back(to_arg(values_[k], true, info.capacity));
+    else
+      args.push_back(
+          to_arg(values_[k], false, info.type == kString && !info.array ? -1 : info.capacity));
+  }
+  std::vector<Value> before = values_;
+  CallResult r = session_.call(c.name, std::span<Arg>(args));
+  if (!r.ok()) {
+    bool sent = r.kind != CallResult::Kind::failed;
+    std::fprintf(out_, "%s -> %s: %s\n", c.text.c_str(), sent ? "no answer" : "not sent",
+                 r.error.c_str());
+    std::fflush(out_);
+    ++failed_;
+    if (!sent) return true;
+    std::fprintf(stderr, "qzcall: line %d: the server gave no answer; the run stops here\n",
+                 c.line);
+    stopped_ = true;
+    return false;
+  }
+  std::string line = c.text + " -> " + std::to_string(r.status);
+  if (const char *m = r.status ? status_meaning(r.status) : nullptr)
+    line += std::string(" (") + m + ")";
+  if (r.status != c.expect) {
+    line += "; expected " + std::to_string(c.expect);
+    ++failed_;
+  }
+  std::fprintf(out_, "%s\n", line.c_str());
+  if (r.status != c.expect && (r.status == kBadArgument || r.status == kArgCount))
+    print_prototypes(c.name, out_);
+  // Copy the variables back, then report each changed one once, in argument order.
+  std::vector<int> shown;
+  for (std::size_t i = 0; i < c.args.size(); ++i) {
+    const ArgSpec &a = c.args[i];
+    if (a.kind != ArgSpec::Kind::variable || args[i].unref) continue;
+    from_arg(args[i], values_[static_cast<std::size_t>(a.var)]);
+  }
+  for (const ArgSpec &a : c.args) {
+    std::size_t k = static_cast<std::size_t>(a.var);
+    if (a.kind != ArgSpec::Kind::variable ||
+        std::find(shown.begin(), shown.end(), a.var) != shown.end() || values_[k] == before[k])
+      continue;
+    shown.push_back(a.var);
+    std::fprintf(out_, "  $%s = %s\n", vars[k].name.c_str(), format_value(values_[k]).c_str());
+    if (values_[k].type == kString && !values_[k].array) print_packed(values_[k].strings[0], out_);
+  }
+  std::fflush(out_);
+  return true;
+}
+
+int Runner::finish() const {
+  if (failed_ && !stopped_)
+    std::fprintf(stderr, "qzcall: %d of %zu calls did not return the expected status\n", failed_,
+                 calls_);
+  return failed_ ? 1 : 0;
 }
 
 }  // namespace qz::call

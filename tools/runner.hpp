@@ -10,16 +10,27 @@
 
 namespace qz::call {
 
-// Meaning of a status that the call host or the bridge gives, or null for one without a
-// fixed meaning (the 11xx codes mean different things for connections and statements).
-const char *status_meaning(int status);
+// Bytes one call takes in the segment, with `vars` the script's variables.
+std::size_t call_bytes(const CallSpec &c, const std::vector<VarInfo> &vars);
 
-// Segment size that fits the largest call of the script, at least the library's default.
-std::size_t segment_bytes(const Script &script);
+// Runs calls one after another on a server, writing the report to `out`: each call with its
+// status (and, for an unexpected 8 or 9, the function's prototypes when the ODBC function
+// set has it), then the variables it changed.
+class Runner {
+ public:
+  Runner(client::Session &session, std::FILE *out) : session_(session), out_(out) {}
+  // Runs one call; false when the run must stop (the server gave no answer).
+  bool run(const CallSpec &c, const std::vector<VarInfo> &vars);
+  // 0 when every call returned its expected status, 1 otherwise (said on standard error).
+  int finish() const;
 
-// Runs every call in order, writing the report to `out`. Returns 0 when every call was
-// answered with its expected status, 1 otherwise. A call without an answer (timeout, dead
-// server) ends the run.
-int run_script(client::Session &session, const Script &script, std::FILE *out);
+ private:
+  client::Session &session_;
+  std::FILE *out_;
+  std::vector<Value> values_;  // the variables' values, by index in the script's variables
+  std::size_t calls_ = 0;      // calls run
+  int failed_ = 0;             // calls without their expected status
+  bool stopped_ = false;       // a call had no answer: the run ended there
+};
 
 }  // namespace qz::call

@@ -1,6 +1,5 @@
-// The call script notation: parser (line by line, errors with line and column) and the
-// exact text forms of values. Reals are read and written through the decimal library,
-// never through a binary double, so 0.1 stays 0.1.
+// The call script notation's parser: line by line, a call a line, variables typed by their
+// first use, and errors with line, column and what to write instead.
 #include "script.hpp"
 
 #include <cstring>
@@ -15,178 +14,11 @@ using client::kInteger;
 using client::kReal;
 using client::kString;
 
-std::size_t Value::count() const {
-  return type == kInteger ? ints.size() : type == kReal ? reals.size() : strings.size();
-}
-
-bool Value::operator==(const Value &o) const {
-  if (type != o.type || array != o.array || count() != o.count()) return false;
-  if (type == kInteger) return ints == o.ints;
-  if (type == kString) return strings == o.strings;
-  for (std::size_t k = 0; k < reals.size(); ++k)
-    if (std::memcmp(reals[k].bytes, o.reals[k].bytes, sizeof reals[k].bytes) != 0) return false;
-  return true;
-}
-
-// ---- text forms -----------------------------------------------------------------------
-
-std::string quote(std::string_view bytes) {
-  static const char hex[] = "0123456789ABCDEF";
-  std::string out = "\"";
-  for (unsigned char c : bytes) {
-    switch (c) {
-      case '"':
-        out += "\\\"";
-        break;
-      case '\\':
-        out += "\\\\";
-        break;
-      case '\n':
-        out += "\\n";
-        break;
-      case '\t':
-        out += "\\t";
-        break;
-      case '\r':
-        out += "\\r";
-        break;
-      default:
-        if (c >= 0x20 && c < 0x7f) {
-          out += static_cast<char>(c);
-        } else {
-          out += "\\x";
-          out += hex[c >> 4];
-          out += hex[c & 15];
-        }
-    }
-  }
-  return out + "\"";
-}
-
-std::string format_decimal(const Decimal &d) {
-  t_DECIMAL t;
-  std::memcpy(&t, d.bytes, sizeof t);
-  if (t.dec_pos == DEC_POS_NULL) return "null";
-  std::string sign = t.dec_pos == DEC_POS_NEGATIVE ? "-" : "";
-  if (t.dec_ndgts == 0) return sign + "0.0";
-  bool malformed = t.dec_pos > DEC_POS_POSITIVE || t.dec_ndgts < 0 ||
-                   t.dec_ndgts > DEC_MAX_DIGITS || t.dec_dgts[0] == 0;
-  for (int k = 0; !malformed && k < t.dec_ndgts; ++k)
-    malformed = t.dec_dgts[k] > 99;
-  if (malformed) {
-    // Not a record the library makes: show its bytes rather than a made-up number.
-    std::string out = "malformed(";
-    static const char hex[] = "0123456789ABCDEF";
-    for (unsigned char b : d.bytes) {
-      out += hex[b >> 4];
-      out += hex[b & 15];
-    }
-    return out + ")";
-  }
-  // Value = 0.D x 10^point, D the decimal figures of the base-100 digits.
-  std::string digits;
-  for (int k = 0; k < t.dec_ndgts; ++k) {
-    digits += static_cast<char>('0' + t.dec_dgts[k] / 10);
-    digits += static_cast<char>('0' + t.dec_dgts[k] % 10);
-  }
-  int point = 2 * t.dec_exp;
-  if (digits[0] == '0') {
-    digits.erase(0, 1);
-    --point;
-  }
-  while (digits.size() > 1 && digits.back() == '0')
-    digits.pop_back();
-  int n = static_cast<int>(digits.size());
-  std::string out;
-  if (point > 0 && point <= 21) {
-    if (n <= point)
-      out = digits + std::string(static_cast<std::size_t>(point - n), '0') + ".0";
-    else
-      out = digits.substr(0, static_cast<std::size_t>(point)) + "." +
-            digits.substr(static_cast<std::size_t>(point));
-  } else if (point <= 0 && point > -6) {
-    out = "0." + std::string(static_cast<std::size_t>(-point), '0') + digits;
-  } else {
-    int e = point - 1;
-    out = digits.substr(0, 1) + "." + (n > 1 ? digits.substr(1) : "0") + "e" + (e < 0 ? "-" : "+") +
-          std::to_string(e < 0 ? -e : e);
-  }
-  return sign + out;
-}
-
 namespace {
 
 bool is_digit(char c) {
   return c >= '0' && c <= '9';
 }
-
-// The literal forms the notation accepts for reals: sign, figures with at most one point,
-// an optional exponent with figures.
-bool real_form(std::string_view s) {
-  std::size_t i = 0, n = s.size();
-  if (i < n && (s[i] == '+' || s[i] == '-')) ++i;
-  std::size_t figures = 0;
-  while (i < n && is_digit(s[i]))
-    ++i, ++figures;
-  if (i < n && s[i] == '.') {
-    ++i;
-    while (i < n && is_digit(s[i]))
-      ++i, ++figures;
-  }
-  if (figures == 0) return false;
-  if (i < n && (s[i] == 'e' || s[i] == 'E')) {
-    ++i;
-    if (i < n && (s[i] == '+' || s[i] == '-')) ++i;
-    std::size_t e = 0;
-    while (i < n && is_digit(s[i]))
-      ++i, ++e;
-    if (e == 0) return false;
-  }
-  return i == n;
-}
-
-}  // namespace
-
-bool parse_decimal(std::string_view text, Decimal &out, std::string &why) {
-  if (!real_form(text)) {
-    why = "not a number";
-    return false;
-  }
-  t_DECIMAL t;
-  int rc = deccvasc(text.data(), static_cast<int>(text.size()), &t);
-  if (rc == DEC_E_OVERFLOW || rc == DEC_E_BADEXP) {
-    why = "too large for a real (the largest is about 1e126)";
-    return false;
-  }
-  if (rc == DEC_E_UNDERFLOW) {
-    why = "too small for a real (the smallest is about 1e-128); write 0.0 for zero";
-    return false;
-  }
-  if (rc != 0) {
-    why = "not a number";
-    return false;
-  }
-  std::memcpy(out.bytes, &t, sizeof out.bytes);
-  return true;
-}
-
-std::string format_value(const Value &v) {
-  std::string out;
-  for (std::size_t k = 0; k < v.count(); ++k) {
-    if (k) out += ", ";
-    if (v.type == kInteger)
-      out += std::to_string(v.ints[k]);
-    else if (v.type == kReal)
-      out += format_decimal(v.reals[k]);
-    else
-      out += quote(v.strings[k]);
-  }
-  return v.array ? "[" + out + "]" : out;
-}
-
-// ---- parser ---------------------------------------------------------------------------
-
-namespace {
 
 constexpr const char *kArgForms =
     "an argument is a number (42, -7, 2.5, 1e3), a \"string\", an [array], a $variable or "
@@ -500,111 +332,128 @@ class LineParser {
   bool argument(ArgSpec &a) {
     a.line = lineno_;
     a.col = static_cast<int>(i_) + 1;
-    std::size_t start = i_;
-    if (s_[i_] == '(') {
-      ++i_;
-      skip_blanks();
-      if (i_ >= s_.size() || s_[i_] != '$')
-        return fail(i_, "(...) passes a variable's value: write ($name)");
-      ++i_;
-      std::string n;
-      if (!name(n)) return false;
-      skip_blanks();
-      if (i_ >= s_.size() || s_[i_] != ')') return fail(i_, "missing ) after ($" + n);
-      ++i_;
-      auto it = vars_.find(n);
-      if (it == vars_.end())
-        return fail(start, "$" + n + " has no value yet: give it one first, e.g. $" + n + "=0");
-      a.kind = ArgSpec::Kind::var_value;
-      a.var = it->second;
-      return true;
-    }
-    if (s_[i_] == '$') {
-      ++i_;
-      std::string n;
-      if (!name(n)) return false;
-      bool has_cap = false;
-      int cap = 0;
-      std::size_t cap_at = i_;
-      if (i_ < s_.size() && s_[i_] == ':') {
-        ++i_;
-        cap_at = i_;
-        long long c = 0;
-        while (i_ < s_.size() && is_digit(s_[i_]) && c <= kMaxCapacity)
-          c = c * 10 + (s_[i_++] - '0');
-        if (i_ == cap_at || c > kMaxCapacity || (i_ < s_.size() && is_digit(s_[i_])))
-          return fail(cap_at, "a capacity follows ':': a byte count from 0 to " +
-                                  std::to_string(kMaxCapacity));
-        has_cap = true;
-        cap = static_cast<int>(c);
-      }
-      bool has_init = false;
-      Value init;
-      std::size_t init_at = i_;
-      if (i_ < s_.size() && s_[i_] == '=') {
-        ++i_;
-        init_at = i_;
-        if (i_ >= s_.size() || s_[i_] == ' ' || s_[i_] == '\t')
-          return fail(i_, "write the value right after '=', without blanks: $" + n + "=VALUE");
-        if (!value(init)) return false;
-        has_init = true;
-      } else if (i_ < s_.size() && !is_delim(s_[i_])) {
-        return fail(i_, "unexpected " + show_char(s_[i_]) + " after $" + n);
-      }
-      a.kind = ArgSpec::Kind::variable;
-      auto it = vars_.find(n);
-      if (it == vars_.end()) {  // first use: the type is fixed here
-        VarInfo v;
-        v.name = n;
-        v.line = a.line;
-        v.col = a.col;
-        if (has_init) {
-          if (has_cap && init.type != kString)
-            return fail(cap_at - 1, "a capacity belongs to string variables only");
-          v.type = init.type;
-          v.array = init.array;
-          if (init.type == kString) {
-            std::size_t longest = 0;
-            for (const std::string &s : init.strings)
-              longest = s.size() > longest ? s.size() : longest;
-            v.capacity = has_cap ? cap : static_cast<int>(longest);
-          }
-          v.initial = init;
-          v.initial.array = v.array;
-          Value check = init;
-          if (!fit(check, v, init_at)) return false;
-        } else if (has_cap) {
-          v.type = kString;
-          v.capacity = cap;
-          v.initial.type = kString;
-          v.initial.strings = {""};
-        } else {
-          v.type = kInteger;
-          v.initial.ints = {0};
-        }
-        a.var = static_cast<int>(script_.vars.size());
-        vars_[n] = a.var;
-        script_.vars.push_back(std::move(v));
-        return true;
-      }
-      a.var = it->second;
-      const VarInfo &v = script_.vars[static_cast<std::size_t>(a.var)];
-      if (has_cap && (v.type != kString || cap != v.capacity))
-        return fail(cap_at - 1,
-                    "the type and capacity of " + where(v) + " are fixed where it is first used");
-      if (has_init) {
-        if (!fit(init, v, init_at)) return false;
-        a.assign = true;
-        a.init = std::move(init);
-      }
-      return true;
-    }
+    if (s_[i_] == '(') return var_value(a);
+    if (s_[i_] == '$') return variable(a);
     if (s_[i_] == '[' || s_[i_] == '"' || is_digit(s_[i_]) || s_[i_] == '-' || s_[i_] == '+' ||
         s_[i_] == '.') {
       a.kind = ArgSpec::Kind::literal;
       return value(a.literal);
     }
     return fail(i_, "unexpected " + show_char(s_[i_]) + ": " + kArgForms);
+  }
+
+  // ($name): the value of a variable that has one.
+  bool var_value(ArgSpec &a) {
+    std::size_t start = i_++;
+    skip_blanks();
+    if (i_ >= s_.size() || s_[i_] != '$')
+      return fail(i_, "(...) passes a variable's value: write ($name)");
+    ++i_;
+    std::string n;
+    if (!name(n)) return false;
+    skip_blanks();
+    if (i_ >= s_.size() || s_[i_] != ')') return fail(i_, "missing ) after ($" + n);
+    ++i_;
+    auto it = vars_.find(n);
+    if (it == vars_.end())
+      return fail(start, "$" + n + " has no value yet: give it one first, e.g. $" + n + "=0");
+    a.kind = ArgSpec::Kind::var_value;
+    a.var = it->second;
+    return true;
+  }
+
+  // What may follow a variable's name: ":CAPACITY" and "=VALUE".
+  struct VarSuffix {
+    bool has_cap = false;
+    int cap = 0;
+    std::size_t cap_at = 0;  // where the capacity starts
+    bool has_init = false;
+    Value init;
+    std::size_t init_at = 0;  // where the value starts
+  };
+
+  bool var_suffix(const std::string &n, VarSuffix &x) {
+    x.cap_at = x.init_at = i_;
+    if (i_ < s_.size() && s_[i_] == ':') {
+      x.cap_at = ++i_;
+      long long c = 0;
+      while (i_ < s_.size() && is_digit(s_[i_]) && c <= kMaxCapacity)
+        c = c * 10 + (s_[i_++] - '0');
+      if (i_ == x.cap_at || c > kMaxCapacity || (i_ < s_.size() && is_digit(s_[i_])))
+        return fail(x.cap_at, "a capacity follows ':': a byte count from 0 to " +
+                                  std::to_string(kMaxCapacity));
+      x.has_cap = true;
+      x.cap = static_cast<int>(c);
+    }
+    x.init_at = i_;
+    if (i_ < s_.size() && s_[i_] == '=') {
+      x.init_at = ++i_;
+      if (i_ >= s_.size() || s_[i_] == ' ' || s_[i_] == '\t')
+        return fail(i_, "write the value right after '=', without blanks: $" + n + "=VALUE");
+      if (!value(x.init)) return false;
+      x.has_init = true;
+    } else if (i_ < s_.size() && !is_delim(s_[i_])) {
+      return fail(i_, "unexpected " + show_char(s_[i_]) + " after $" + n);
+    }
+    return true;
+  }
+
+  // $name[:CAPACITY][=VALUE]: a variable, declared by its first use.
+  bool variable(ArgSpec &a) {
+    ++i_;
+    std::string n;
+    VarSuffix x;
+    if (!name(n) || !var_suffix(n, x)) return false;
+    a.kind = ArgSpec::Kind::variable;
+    auto it = vars_.find(n);
+    if (it == vars_.end()) return declare(a, n, x);
+    a.var = it->second;
+    const VarInfo &v = script_.vars[static_cast<std::size_t>(a.var)];
+    if (x.has_cap && (v.type != kString || x.cap != v.capacity))
+      return fail(x.cap_at - 1,
+                  "the type and capacity of " + where(v) + " are fixed where it is first used");
+    if (x.has_init) {
+      if (!fit(x.init, v, x.init_at)) return false;
+      a.assign = true;
+      a.init = std::move(x.init);
+    }
+    return true;
+  }
+
+  // A variable's first use: its type, capacity and initial value are fixed here.
+  bool declare(ArgSpec &a, const std::string &n, VarSuffix &x) {
+    VarInfo v;
+    v.name = n;
+    v.line = a.line;
+    v.col = a.col;
+    if (x.has_init) {
+      if (x.has_cap && x.init.type != kString)
+        return fail(x.cap_at - 1, "a capacity belongs to string variables only");
+      v.type = x.init.type;
+      v.array = x.init.array;
+      if (x.init.type == kString) {
+        std::size_t longest = 0;
+        for (const std::string &s : x.init.strings)
+          longest = s.size() > longest ? s.size() : longest;
+        v.capacity = x.has_cap ? x.cap : static_cast<int>(longest);
+      }
+      v.initial = x.init;
+      v.initial.array = v.array;
+      Value check = x.init;
+      if (!fit(check, v, x.init_at)) return false;
+    } else if (x.has_cap) {
+      v.type = kString;
+      v.capacity = x.cap;
+      v.initial.type = kString;
+      v.initial.strings = {""};
+    } else {
+      v.type = kInteger;
+      v.initial.ints = {0};
+    }
+    a.var = static_cast<int>(script_.vars.size());
+    vars_[n] = a.var;
+    script_.vars.push_back(std::move(v));
+    return true;
   }
 
   std::string_view s_;
@@ -617,22 +466,10 @@ class LineParser {
 
 }  // namespace
 
-bool parse_script(std::string_view text, Script &out, ParseError &err) {
-  out = Script{};
-  std::map<std::string, int> vars;
-  int lineno = 0;
-  std::size_t at = 0;
-  while (at < text.size()) {
-    std::size_t nl = text.find('\n', at);
-    std::size_t end = nl == std::string_view::npos ? text.size() : nl;
-    std::string_view line = text.substr(at, end - at);
-    if (!line.empty() && line.back() == '\r') line.remove_suffix(1);
-    ++lineno;
-    LineParser p(line, lineno, out, vars, err);
-    if (!p.parse()) return false;
-    at = end + 1;
-  }
-  return true;
+bool ScriptReader::line(std::string_view text, int lineno, ParseError &err) {
+  if (!text.empty() && text.back() == '\r') text.remove_suffix(1);
+  LineParser p(text, lineno, script, vars_, err);
+  return p.parse();
 }
 
 }  // namespace qz::call

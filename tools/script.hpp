@@ -1,27 +1,18 @@
 // qzcall's call scripts: the notation (one call a line: a function name, literal
-// arguments and $variables typed by their first use), its parser with line:column errors,
-// and the exact text forms of values that the runner prints.
+// arguments and $variables typed by their first use) and its parser with line:column
+// errors. The values and their text forms are values.hpp's.
 #pragma once
 
 #include <cstdint>
+#include <map>
 #include <string>
 #include <string_view>
 #include <vector>
 
 #include "qzclient.hpp"
+#include "values.hpp"
 
 namespace qz::call {
-
-// A value of the interpreter: a scalar or an array of one type.
-struct Value {
-  int type = client::kInteger;            // client::kInteger, kReal or kString
-  bool array = false;                     // written as [...]: an array even of one element
-  std::vector<std::int32_t> ints;         // kInteger elements
-  std::vector<client::Decimal> reals;     // kReal elements
-  std::vector<std::string> strings;       // kString elements, bytes as they are
-  std::size_t count() const;              // number of elements
-  bool operator==(const Value &o) const;  // same type, shape and elements (reals by bytes)
-};
 
 // One argument as written.
 struct ArgSpec {
@@ -67,24 +58,20 @@ struct ParseError {
   std::string message;  // what is wrong and how to write it instead
 };
 
-// Parses a whole script. False: `err` says where and what; `out` is then incomplete.
-bool parse_script(std::string_view text, Script &out, ParseError &err);
+// Reads a script a line at a time and keeps only its variables: a line gives at most one
+// call, which waits in script.calls until the reader's user takes it.
+class ScriptReader {
+ public:
+  // Parses line number `lineno` (1-based, without its newline). False: `err` says where
+  // and what.
+  bool line(std::string_view text, int lineno, ParseError &err);
+  Script script;  // the variables so far, and the calls not yet taken
+
+ private:
+  std::map<std::string, int> vars_;  // variable name -> index in script.vars
+};
 
 // Largest string capacity a variable may declare.
 inline constexpr int kMaxCapacity = 1 << 20;
-
-// ---- text forms ---------------------------------------------------------------------
-
-// A string literal that reads back as the same bytes: printable ASCII as it is, '"' and
-// '\' escaped, \n \t \r, every other byte as \xNN.
-std::string quote(std::string_view bytes);
-// A decimal record's exact value: "0.1", "-12.5", "3.0", "1.5e+100", "null". Always with
-// a point or an exponent, so that it reads back as a real.
-std::string format_decimal(const client::Decimal &d);
-// Parses a real literal exactly (no binary double in between). False for text that is not
-// a number or out of the record's range; `why` then says which.
-bool parse_decimal(std::string_view text, client::Decimal &out, std::string &why);
-// A value as the notation writes it: 42, 2.5, "text", [1, 2].
-std::string format_value(const Value &v);
 
 }  // namespace qz::call

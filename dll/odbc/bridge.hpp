@@ -1,38 +1,20 @@
-// What every module of the ODBC bridge shares: the status codes its callable functions
-// and objects return, the log call that prefixes a message with the source file's base
-// name and line, and the stop on an allocation failure that has no recovery path.
+// What every module of the ODBC bridge shares: the status table and the assertions of the
+// host, the log call that prefixes a message with the source file's base name and line,
+// the allocation that logs its failure, the stop on an allocation failure that has no
+// recovery path, and the bounded reading of text a driver wrote.
 #pragma once
 
 #include <cstddef>
 
+#include "qzassert.hpp"
 #include "qzlog.hpp"
+#include "qzstatus.hpp"
 
 namespace qz {
 
-// Status codes of the bridge; the callable functions hand them to the interpreter.
-enum OdbcStatus : int {
-  kOk = 0,                   // success
-  kNoMoreRows = 1,           // fetch: no more rows
-  kNoMemory = 2,             // memory allocation failed
-  kBadArgument = 8,          // unknown identifier, unusable argument, string too long
-  kArgCount = 9,             // wrong number of arguments
-  kNoRoom = 18,              // a text does not fit its string variable or buffer
-  kLogFileOpen = 56,         // the log file cannot be opened
-  kNotConvertible = -1,      // a fetched value cannot be converted to a number
-  kHandleAlloc = 1110,       // an ODBC handle could not be allocated
-  kOdbcFailed = 1111,        // commit, rollback, option, describe, count or bind failed
-  kNotReady = 1112,          // parameter of an unprepared statement, data before a fetch
-  kConnectFailed = 1113,     // SQLDriverConnect failed
-  kDisconnectFailed = 1114,  // SQLDisconnect failed
-  kAlreadyConnected = 1115,  // the connection is already established
-  kNotConnected = 1116,      // the connection is not (or no longer) established
-  kPrepareFailed = 1117,     // SQLPrepare failed
-  kExecuteFailed = 1118,     // SQLExecDirect, SQLTables, SQLColumns or SQLExecute failed
-  kNotPrepared = 1119,       // execute of a statement that is not prepared
-  kNoResult = 1120,          // fetch from a statement without result columns
-  kFetchFailed = 1121,       // SQLFetch failed
-  kNoSuchColumn = 1122,      // the column or parameter number does not exist
-};
+// dll_alloc that logs "%s(%d): Memory allocation failed (%u bytes)" at level 1 for `file`
+// and `line` when it gives null.
+void *alloc_logged(std::size_t size, const char *file, int line);
 
 // Logs "%s(%d): Memory allocation failed (%u bytes)" at level 1 for `file` and `line`,
 // then stops the process with the assertion text "memory allocation failed". Used where
@@ -52,6 +34,9 @@ inline std::size_t terminate_driver_text(void *buf, std::size_t size, long long 
 }
 
 }  // namespace qz
+
+// An allocation on the call path that logs its failure with the caller's file and line.
+#define QZ_ALLOC(size) ::qz::alloc_logged((size), __FILE__, __LINE__)
 
 // A message of category O whose text starts with "<base name of this file>(<line>): ".
 #define QZ_OLOG(level, fmt, ...)                                    \

@@ -7,17 +7,14 @@
 #include <cstring>
 
 #include "bridge.hpp"
-#include "dllmain.hpp"
 #include "qzcharset.hpp"
-#include "statement.hpp"
+#include "qzhost.hpp"
 
 Llist odbc_errors = {nullptr, nullptr, 0};
 odbc_error *curr_odbc_error = nullptr;
 
 namespace {
 
-constexpr int kRoman8 = 0;           // character set ids of qz__charset_map
-constexpr int kIso8859_1 = 1;        //
 constexpr int kMessageBuffer = 256;  // SQLError's message buffer; longer texts arrive cut
 
 // A heap copy of text through dll_alloc; the process stops when none can be had.
@@ -46,11 +43,11 @@ SQLRETURN err(connection *conn, stmt *s, SQLRETURN rc, int quiet, const char *fi
   SQLRETURN result = rc == SQL_SUCCESS_WITH_INFO ? SQL_SUCCESS : rc;
   if (!conn) {
     QZ_ASSERT(s);
-    conn = s->conn;
+    conn = stmt_connection(s);
   }
   QZ_ASSERT(conn);
   const char *base = extract_filename(file);
-  SQLHSTMT hstmt = s ? s->hstmt : SQL_NULL_HSTMT;
+  SQLHSTMT hstmt = s ? stmt_handle(s) : SQL_NULL_HSTMT;
   SQLHDBC hdbc = conn->hdbc;
   // Statement level first, then connection, then environment: each level is read until
   // SQLError has no more for it.
@@ -140,7 +137,7 @@ int do_connect(connection *conn, const char *conn_spec, int conn_spec_len) {
   SQLCHAR in[kConnSpecBuffer];
   std::memcpy(in, conn_spec, static_cast<std::size_t>(conn_spec_len));
   in[conn_spec_len] = '\0';
-  qz__charset_map(kRoman8, kIso8859_1, in, static_cast<unsigned>(conn_spec_len));
+  qz__charset_map(qz::kRoman8, qz::kIso8859_1, in, static_cast<unsigned>(conn_spec_len));
   SQLCHAR out[kConnSpecBuffer] = {0};
   SQLSMALLINT out_len = 0;
   SQLRETURN rc = SQLDriverConnect(conn->hdbc, nullptr, in, SQL_NTS, out, kConnSpecBuffer, &out_len,
@@ -148,10 +145,9 @@ int do_connect(connection *conn, const char *conn_spec, int conn_spec_len) {
   if (conn->methods->err(conn, nullptr, rc, 0, __FILE__, __LINE__)) return qz::kConnectFailed;
   conn->flags |= CONN_CONNECTED;
   std::size_t n = qz::terminate_driver_text(out, kConnSpecBuffer, out_len);
-  qz__charset_map(kIso8859_1, kRoman8, out, static_cast<unsigned>(n));
-  conn->conn_spec = static_cast<char *>(dll_alloc(n + 1));
+  qz__charset_map(qz::kIso8859_1, qz::kRoman8, out, static_cast<unsigned>(n));
+  conn->conn_spec = static_cast<char *>(QZ_ALLOC(n + 1));
   if (!conn->conn_spec) {
-    QZ_OLOG(1, "Memory allocation failed (%u bytes)", static_cast<unsigned>(n + 1));
     conn->methods->do_disconnect(conn);
     return qz::kNoMemory;
   }
@@ -219,9 +215,8 @@ const struct conn_m conn_m = {
 };
 
 int new_connection(connection **conn_p) {
-  auto *conn = static_cast<connection *>(dll_alloc(sizeof(connection)));
+  auto *conn = static_cast<connection *>(QZ_ALLOC(sizeof(connection)));
   if (!conn) {
-    QZ_OLOG(1, "Memory allocation failed (%u bytes)", static_cast<unsigned>(sizeof(connection)));
     return qz::kNoMemory;
   }
   std::memset(conn, 0, sizeof *conn);
@@ -255,4 +250,22 @@ void cleanup_odbc_error(odbc_error *e) {
   std::free(e->message);
   std::free(e->sqlstate);
   Llist_DeleteItem(e);
+}
+
+void qz::queue_own_error(const char *message) {
+  queue_error(message, "00000", -1, __FILE__, __LINE__);
+}
+
+void qz::move_odbc_errors(Llist *from, Llist *to) {
+  if (!from->first) return;
+  for (Llist_Item *i = from->first; i; i = i->next)
+    i->list = to;
+  from->first->prev = to->last;
+  if (to->last)
+    to->last->next = from->first;
+  else
+    to->first = from->first;
+  to->last = from->last;
+  to->count += from->count;
+  Llist_Init(from);
 }

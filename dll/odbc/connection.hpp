@@ -68,6 +68,11 @@ struct conn_m {
 // The one method table of all connections.
 extern const struct conn_m conn_m;
 
+// What err reads of a statement: its connection and its handle (null while it has none).
+// The statement object provides them; its header includes this one.
+connection *stmt_connection(const stmt *s);
+SQLHSTMT stmt_handle(const stmt *s);
+
 // Makes a disconnected connection with refcnt 1 and stores it at *conn_p. 0, or 2 (logged)
 // when the record cannot be allocated (*conn_p unchanged).
 int new_connection(connection **conn_p);
@@ -91,3 +96,15 @@ odbc_error *last_odbc_error();
 void cleanup_odbc_errors();
 // Frees the record's texts, unlinks it and frees it.
 void cleanup_odbc_error(odbc_error *e);
+
+namespace qz {
+
+// Appends a record of the bridge's own (SQLSTATE 00000, native code -1) with the text
+// message to the queue; the process stops when no memory can be had for it.
+void queue_own_error(const char *message);
+
+// Moves every record of the list from, in order, to the end of the list to; from is left
+// empty. Records a caller sets aside this way keep their identity (and curr_odbc_error).
+void move_odbc_errors(Llist *from, Llist *to);
+
+}  // namespace qz

@@ -172,37 +172,46 @@ int timestamp_from_seconds(std::int32_t seconds, SQL_TIMESTAMP_STRUCT *out) {
   return kDtOk;
 }
 
-int date_from_text(const char *text, int len, SQL_DATE_STRUCT *out) {
-  char buf[kParamDateTextMax + 1];
-  if (!copy_text(text, len, buf, kParamDateTextMax)) return kDtTooLong;
+namespace {
+
+// Text of at most Max characters, read whole by `read`, which parses from a pointer into
+// its NUL-terminated copy and stores the result.
+template <int Max, class Read>
+int read_text(const char *text, int len, Read read) {
+  char buf[Max + 1];
+  if (!copy_text(text, len, buf, Max)) return kDtTooLong;
   const char *p = buf;
+  if (int rc = read(p)) return rc;
+  return *p == '\0' ? kDtOk : kDtSyntax;
+}
+
+}  // namespace
+
+int date_from_text(const char *text, int len, SQL_DATE_STRUCT *out) {
   Date d;
-  if (int rc = parse_date(p, false, &d)) return rc;
-  if (*p != '\0') return kDtSyntax;
+  if (int rc = read_text<kParamDateTextMax>(
+          text, len, [&](const char *&p) { return parse_date(p, false, &d); }))
+    return rc;
   return check_date(d, out);
 }
 
 int time_from_text(const char *text, int len, SQL_TIME_STRUCT *out) {
-  char buf[kParamTimeTextMax + 1];
-  if (!copy_text(text, len, buf, kParamTimeTextMax)) return kDtTooLong;
-  const char *p = buf;
   Time t;
-  if (int rc = parse_time(p, &t)) return rc;
-  if (*p != '\0') return kDtSyntax;
+  if (int rc = read_text<kParamTimeTextMax>(text, len,
+                                            [&](const char *&p) { return parse_time(p, &t); }))
+    return rc;
   return check_time(t, out);
 }
 
 int timestamp_from_text(const char *text, int len, SQL_TIMESTAMP_STRUCT *out) {
-  char buf[kParamTimestampTextMax + 1];
-  if (!copy_text(text, len, buf, kParamTimestampTextMax)) return kDtTooLong;
-  const char *p = buf;
   Date d;
   Time t{0, 0, 0};
-  if (int rc = parse_date(p, true, &d)) return rc;
-  if (*p == ' ') {
-    if (int rc = parse_time(p, &t)) return rc;  // the blank goes as white space
-  }
-  if (*p != '\0') return kDtSyntax;
+  if (int rc = read_text<kParamTimestampTextMax>(text, len, [&](const char *&p) {
+        if (int rc = parse_date(p, true, &d)) return rc;
+        // The blank before the time goes as white space.
+        return *p == ' ' ? parse_time(p, &t) : kDtOk;
+      }))
+    return rc;
   SQL_DATE_STRUCT ds;
   SQL_TIME_STRUCT ts;
   if (int rc = check_date(d, &ds)) return rc;

@@ -78,16 +78,24 @@ char *put_int(char *p, std::int32_t v, int width) {
   return put_uint(p, 0u - static_cast<std::uint32_t>(v), width - 1);
 }
 
+// Fields of two digits each, the straight path of the date and time forms: false (nothing
+// written) when a field has more.
+template <std::size_t N>
+bool put_pairs(char *&p, const std::uint32_t (&fields)[N]) {
+  for (std::uint32_t f : fields)
+    if (f >= 100) return false;
+  for (std::uint32_t f : fields) {
+    put_pair(p, f);
+    p += 2;
+  }
+  return true;
+}
+
 // Year, month and day as "%04d%02d%02d"; the usual four-digit year and two-digit month
 // and day take the straight path without counting digits.
 char *put_date(char *p, std::int16_t year, std::uint16_t month, std::uint16_t day) {
-  if (year >= 0 && year <= 9999 && month < 100 && day < 100) {
-    put_pair(p, static_cast<std::uint32_t>(year) / 100);
-    put_pair(p + 2, static_cast<std::uint32_t>(year) % 100);
-    put_pair(p + 4, month);
-    put_pair(p + 6, day);
-    return p + 8;
-  }
+  const std::uint32_t y = static_cast<std::uint32_t>(year);
+  if (year >= 0 && year <= 9999 && put_pairs(p, {y / 100, y % 100, month, day})) return p;
   p = put_int(p, year, 4);
   p = put_uint(p, month, 2);
   return put_uint(p, day, 2);
@@ -95,12 +103,7 @@ char *put_date(char *p, std::int16_t year, std::uint16_t month, std::uint16_t da
 
 // Hour, minute and second as "%02d%02d%02d".
 char *put_time(char *p, std::uint16_t hour, std::uint16_t minute, std::uint16_t second) {
-  if (hour < 100 && minute < 100 && second < 100) {
-    put_pair(p, hour);
-    put_pair(p + 2, minute);
-    put_pair(p + 4, second);
-    return p + 6;
-  }
+  if (put_pairs(p, {hour, minute, second})) return p;
   p = put_uint(p, hour, 2);
   p = put_uint(p, minute, 2);
   return put_uint(p, second, 2);

@@ -1,6 +1,7 @@
-// The callable functions of the ODBC function set: connections, transactions and
-// connection options, the diagnostics queue, the settings and the version texts. The
-// statement functions share the table; dll_setup is the function set's start-up hook.
+// The 40 callable functions of the ODBC function set, each reaching the registries and the
+// connection and statement objects: connections and transactions, statements, columns,
+// parameters and data, many rows per call, the diagnostics queue, the settings and the
+// version texts; and dll_setup, the function set's start-up hook.
 #include "odbc_dll.hpp"
 
 #include <cerrno>
@@ -11,9 +12,11 @@
 #include <cstring>
 
 #include "bridge.hpp"
+#include "bulk.hpp"
 #include "connection.hpp"
 #include "numtext.hpp"
-#include "util.hpp"
+#include "registry.hpp"
+#include "xpack.hpp"
 
 namespace {
 
@@ -28,6 +31,10 @@ constexpr const char kRevision[] = "1.8";
 }  // namespace
 
 void dll_setup() {}
+
+void dll_interrupt() {
+  qz::cancel_statement_in_driver();
+}
 
 int Connect(const char *ConnSpec, int *ConnId) {
   connection *conn = nullptr;
@@ -75,9 +82,8 @@ int SetConnectOption(int ConnId, int Option, QzVarArgs va) {
     case String: {
       // ODBC takes a string-valued option as the address of NUL-terminated text.
       const QzStr *s = static_cast<const QzStr *>(slot);
-      text = static_cast<char *>(dll_alloc(static_cast<std::size_t>(s->len) + 1));
+      text = static_cast<char *>(QZ_ALLOC(static_cast<std::size_t>(s->len) + 1));
       if (!text) {
-        QZ_OLOG(1, "Memory allocation failed (%u bytes)", static_cast<unsigned>(s->len) + 1u);
         return qz::kNoMemory;
       }
       QzStr2str(s, text);
@@ -156,6 +162,15 @@ int make_statement(int ConnId, int *StmtId, Make how, const char *const *texts) 
   return st;
 }
 
+// The functions that hand their arguments on to one method of the statement: 8 for an
+// unknown StmtId, else the method's status.
+template <auto Slot, typename... Args>
+int to_statement(int StmtId, Args... args) {
+  stmt *s = find_statement(StmtId);
+  if (!s) return qz::kBadArgument;
+  return (s->methods->*Slot)(s, args...);
+}
+
 // The kind of a variable argument: its resolved prototype type when it is a single value,
 // 0 for an array or an argument the dispatcher cannot describe.
 int single_kind(void *slot) {
@@ -167,40 +182,28 @@ int single_kind(void *slot) {
 // Binds one value argument as parameter par with the setter its kind calls for; 8 for an
 // array or any other kind.
 int set_value(stmt *s, int par, void *slot) {
-  switch (single_kind(slot)) {
+  return qz::set_param_element(s, par, single_kind(slot), slot, 0);
+}
+
+// The kind of one ExecuteArray argument: an integer, real or string, single or array, by
+// its resolved type; 0 for anything else.
+int array_kind(void *slot) {
+  const QzArgInfoRec *info = QzArgInfo(slot);
+  if (!info) return 0;
+  switch (info->type) {
     case IntByReference:
-      return s->methods->setparam_INT(s, par, *static_cast<const int *>(slot));
+    case IntArray:
     case RealByReference:
-      return s->methods->setparam_DOUBLE(s, par, *static_cast<const double *>(slot));
-    case String: {
-      const QzStr *str = static_cast<const QzStr *>(slot);
-      return s->methods->setparam_STRING(s, par, str->text, str->len);
-    }
+    case RealArray:
+    case String:
+    case StringArray:
+      return info->type;
     default:
-      return qz::kBadArgument;
+      return 0;
   }
 }
 
 }  // namespace
-
-namespace qz {
-
-int pack_row(stmt *s, QzStr *buf) {
-  xpack_begin(buf);
-  for (int i = 1; i <= s->num_columns; ++i) {
-    char *text = nullptr;
-    if (int st = s->methods->getdata_STRING(s, i, &text)) return st;
-    // The C type decides the lead byte; a timestamp's text goes as text.
-    SQLSMALLINT ctype = s->rset[i - 1].ctype;
-    bool numeric =
-        ctype == SQL_C_LONG || ctype == SQL_C_DOUBLE || ctype == SQL_C_DATE || ctype == SQL_C_TIME;
-    if (numeric && (!text || !*text)) text = const_cast<char *>("0");
-    if (int st = xpack_var(buf, nullptr, s->rset[i - 1].varname, numeric, 0, text)) return st;
-  }
-  return xpack_end(buf);
-}
-
-}  // namespace qz
 
 int Prepare(int ConnId, const char *Sql, int *StmtId) {
   return make_statement(ConnId, StmtId, Make::prepare, &Sql);
@@ -253,33 +256,23 @@ int GetColumnVarName(int StmtId, int ColNumber, QzStr *ColName) {
 }
 
 int GetColumnType(int StmtId, int ColNumber, int *ColType) {
-  stmt *s = find_statement(StmtId);
-  if (!s) return qz::kBadArgument;
-  return s->methods->column_TYPE(s, ColNumber, ColType);
+  return to_statement<&stmt_m::column_TYPE>(StmtId, ColNumber, ColType);
 }
 
 int SetColumnType(int StmtId, int ColNumber, int ColType) {
-  stmt *s = find_statement(StmtId);
-  if (!s) return qz::kBadArgument;
-  return s->methods->column_SETTYPE(s, ColNumber, ColType);
+  return to_statement<&stmt_m::column_SETTYPE>(StmtId, ColNumber, ColType);
 }
 
 int GetColumnPrecision(int StmtId, int ColNumber, int *ColPrec) {
-  stmt *s = find_statement(StmtId);
-  if (!s) return qz::kBadArgument;
-  return s->methods->column_PRECISION(s, ColNumber, ColPrec);
+  return to_statement<&stmt_m::column_PRECISION>(StmtId, ColNumber, ColPrec);
 }
 
 int GetColumnScale(int StmtId, int ColNumber, int *ColScale) {
-  stmt *s = find_statement(StmtId);
-  if (!s) return qz::kBadArgument;
-  return s->methods->column_SCALE(s, ColNumber, ColScale);
+  return to_statement<&stmt_m::column_SCALE>(StmtId, ColNumber, ColScale);
 }
 
 int GetColumnNullable(int StmtId, int ColNumber, int *ColNull) {
-  stmt *s = find_statement(StmtId);
-  if (!s) return qz::kBadArgument;
-  return s->methods->column_NULLABLE(s, ColNumber, ColNull);
+  return to_statement<&stmt_m::column_NULLABLE>(StmtId, ColNumber, ColNull);
 }
 
 int Execute(int StmtId, QzVarArgs va) {
@@ -315,27 +308,19 @@ int SetParam(int StmtId, QzVarArgs va) {
 }
 
 int GetParamType(int StmtId, int ParNumber, int *ParType) {
-  stmt *s = find_statement(StmtId);
-  if (!s) return qz::kBadArgument;
-  return s->methods->param_TYPE(s, ParNumber, ParType);
+  return to_statement<&stmt_m::param_TYPE>(StmtId, ParNumber, ParType);
 }
 
 int GetParamPrecision(int StmtId, int ParNumber, int *ParPrec) {
-  stmt *s = find_statement(StmtId);
-  if (!s) return qz::kBadArgument;
-  return s->methods->param_PRECISION(s, ParNumber, ParPrec);
+  return to_statement<&stmt_m::param_PRECISION>(StmtId, ParNumber, ParPrec);
 }
 
 int GetParamScale(int StmtId, int ParNumber, int *ParScale) {
-  stmt *s = find_statement(StmtId);
-  if (!s) return qz::kBadArgument;
-  return s->methods->param_SCALE(s, ParNumber, ParScale);
+  return to_statement<&stmt_m::param_SCALE>(StmtId, ParNumber, ParScale);
 }
 
 int GetParamNullable(int StmtId, int ParNumber, int *ParNull) {
-  stmt *s = find_statement(StmtId);
-  if (!s) return qz::kBadArgument;
-  return s->methods->param_NULLABLE(s, ParNumber, ParNull);
+  return to_statement<&stmt_m::param_NULLABLE>(StmtId, ParNumber, ParNull);
 }
 
 int Fetch(int StmtId, QzVarArgs va) {
@@ -362,9 +347,7 @@ int Fetch(int StmtId, QzVarArgs va) {
 }
 
 int IsNull(int StmtId, int ColNumber, int *IsNull) {
-  stmt *s = find_statement(StmtId);
-  if (!s) return qz::kBadArgument;
-  return s->methods->isnull(s, ColNumber, IsNull);
+  return to_statement<&stmt_m::isnull>(StmtId, ColNumber, IsNull);
 }
 
 int GetData(int StmtId, int ColNumber, QzVarArgs va) {
@@ -392,9 +375,40 @@ int GetData(int StmtId, int ColNumber, QzVarArgs va) {
 }
 
 int RowCount(int StmtId, int *NumRows) {
+  return to_statement<&stmt_m::rowcount>(StmtId, NumRows);
+}
+
+// ---- many rows per call ------------------------------------------------------------
+
+int FetchArray(int StmtId, int *Rows, QzStr *RowBuffers) {
   stmt *s = find_statement(StmtId);
   if (!s) return qz::kBadArgument;
-  return s->methods->rowcount(s, NumRows);
+  if (single_kind(Rows) != IntByReference) return qz::kBadArgument;
+  const QzArgInfoRec *info = QzArgInfo(RowBuffers);
+  if (!info) return qz::kBadArgument;
+  return qz::fetch_rows(s, RowBuffers, info->elcnt, Rows);
+}
+
+int ExecuteArray(int StmtId, int Rows, int *Done, QzVarArgs va) {
+  stmt *s = find_statement(StmtId);
+  if (!s) return qz::kBadArgument;
+  if (single_kind(Done) != IntByReference) return qz::kBadArgument;
+  *Done = 0;
+  if (!(s->flags & STMT_PREPARED)) {
+    QZ_OLOG(2, "ODBC statement has not been prepared");
+    return qz::kNotPrepared;
+  }
+  // Everything is checked before the first row is bound: bad input executes nothing.
+  int n = QzFuncInfo()->arg_cnt - 3;
+  if (n != s->num_params) return qz::kArgCount;
+  if (Rows < 0) return qz::kArrayTooShort;
+  int kinds[qz::fn::kSlots] = {};
+  for (int j = 0; j < n; ++j) {
+    kinds[j] = array_kind(va.slot[j]);
+    if (!kinds[j]) return qz::kBadArgument;
+    if (QzArgInfo(va.slot[j])->elcnt < Rows) return qz::kArrayTooShort;
+  }
+  return qz::execute_rows(s, Rows, va.slot, kinds, Done);
 }
 
 // ---- diagnostics, settings, version texts --------------------------------------------

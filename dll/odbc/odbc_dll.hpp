@@ -1,13 +1,8 @@
 // The callable functions of the ODBC function set, one per row of its function table
-// (odbc_functions.hpp), and the settings they own.
+// (odbc_functions.hpp).
 #pragma once
 
 #include "qzfuncs.hpp"
-
-// Buffer size for text whose precision the driver reports as 0, and the largest text
-// buffer; 1 <= text_column_def_size <= text_column_max_size <= 32767 (SetTextColumnSize).
-extern int text_column_def_size;
-extern int text_column_max_size;
 
 // Connections, diagnostics and settings. Each returns the call's status.
 int Connect(const char *ConnSpec, int *ConnId);
@@ -45,6 +40,10 @@ int IsNull(int StmtId, int ColNumber, int *IsNull);
 int GetData(int StmtId, int ColNumber, QzVarArgs va);
 int RowCount(int StmtId, int *NumRows);
 
+// Many rows per call.
+int FetchArray(int StmtId, int *Rows, QzStr *RowBuffers);
+int ExecuteArray(int StmtId, int Rows, int *Done, QzVarArgs va);
+
 // Diagnostics, settings, version texts.
 int GetError(QzStr *Message, QzStr *SqlState, int *NativeCode, int *HasData);
 int SetTextColumnSize(int DefaultSize, int MaxSize);
@@ -54,15 +53,3 @@ int DllDebug(int DebugLevel);
 int BuildID(QzStr *Str);
 int VersionID(QzStr *Str);
 int Revision(QzStr *Str);
-
-struct stmt;
-
-namespace qz {
-
-// Packs the row the statement has fetched into buf, as Fetch returns it: one xpack entry
-// per column (the column's variable name, 'N' for integer, real, date and time buffers
-// with "0" standing for an empty value, 'X' otherwise), then the terminator. 0, 18 when
-// buf is full (the entries that fitted stay), or the status of getdata_STRING.
-int pack_row(stmt *s, QzStr *buf);
-
-}  // namespace qz

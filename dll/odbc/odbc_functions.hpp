@@ -1,95 +1,73 @@
-// The function table of the ODBC function set, declared once: the 38 rows in row order,
-// each with its implementation and its prototypes. QZ_FUNCTION_SET (qzfuncs.hpp) derives
-// QzFuncList, QzArgList and QzCall from it; a test server may append rows of its own.
+// The function table of the ODBC function set: each row of odbc_prototypes.hpp with its
+// implementation, whose parameters the compiler checks against the prototypes.
+// QZ_FUNCTION_SET (qzfuncs.hpp) derives QzFuncList, QzArgList and QzCall from it; a test
+// server may append rows of its own.
 #pragma once
 
 #include <array>
+#include <string_view>
 
 #include "odbc_dll.hpp"
+#include "odbc_prototypes.hpp"
 #include "qzfuncs.hpp"
 
 namespace qz {
 
-using fn::func;
+// The prototypes of the row named `name`.
+consteval const fn::Proto &row(const char *name) {
+  for (const fn::Proto &p : kOdbcPrototypes)
+    if (std::string_view(p.name) == name) return p;
+  throw "no such row";
+}
 
 inline constexpr std::array kOdbcFunctions{
-    func<Connect>("Connect", {{"ConnSpec", zString}, {"ConnId", IntByReference}}),
-    func<Disconnect>("Disconnect", {{"ConnId", IntByValue}}),
-    func<GetConnection>("GetConnection", {{"ConnId", IntByValue}, {"ConnSpec", String}}),
-    func<SetConnectOption>("SetConnectOption",
-                           {{"ConnId", IntByValue}, {"Option", IntByValue}, {"...", VarArg}}),
-    func<SetAutocommit>("SetAutocommit", {{"ConnId", IntByValue}, {"Mode", IntByValue}}),
-    func<Commit>("Commit", {{"ConnId", IntByValue}}),
-    func<Rollback>("Rollback", {{"ConnId", IntByValue}}),
-    func<Prepare>("Prepare",
-                  {{"ConnId", IntByValue}, {"Sql", zString}, {"StmtId", IntByReference}}),
-    func<ExecDirect>("ExecDirect",
-                     {{"ConnId", IntByValue}, {"Sql", zString}, {"StmtId", IntByReference}}),
-    func<Tables>("Tables", {{"ConnId", IntByValue},
-                            {"Qual", zString},
-                            {"Owner", zString},
-                            {"Name", zString},
-                            {"Type", zString},
-                            {"StmtId", IntByReference}}),
-    func<Columns>("Columns", {{"ConnId", IntByValue},
-                              {"Qual", zString},
-                              {"Owner", zString},
-                              {"Name", zString},
-                              {"Column", zString},
-                              {"StmtId", IntByReference}}),
-    func<DropStatement>("DropStatement", {{"StmtId", IntByValue}}),
-    func<GetNumColumns>("GetNumColumns", {{"StmtId", IntByValue}, {"NumColumns", IntByReference}}),
-    func<GetColumnTitle>("GetColumnTitle",
-                         {{"StmtId", IntByValue}, {"ColNumber", IntByValue}, {"ColTitle", String}}),
-    func<GetColumnVarName>(
-        "GetColumnVarName",
-        {{"StmtId", IntByValue}, {"ColNumber", IntByValue}, {"ColName", String}}),
-    func<GetColumnType>(
-        "GetColumnType",
-        {{"StmtId", IntByValue}, {"ColNumber", IntByValue}, {"ColType", IntByReference}}),
-    func<SetColumnType>(
-        "SetColumnType",
-        {{"StmtId", IntByValue}, {"ColNumber", IntByValue}, {"ColType", IntByValue}}),
-    func<GetColumnPrecision>(
-        "GetColumnPrecision",
-        {{"StmtId", IntByValue}, {"ColNumber", IntByValue}, {"ColPrec", IntByReference}}),
-    func<GetColumnScale>(
-        "GetColumnScale",
-        {{"StmtId", IntByValue}, {"ColNumber", IntByValue}, {"ColScale", IntByReference}}),
-    func<GetColumnNullable>(
-        "GetColumnNullable",
-        {{"StmtId", IntByValue}, {"ColNumber", IntByValue}, {"ColNull", IntByReference}}),
-    func<Execute>("Execute", {{"StmtId", IntByValue}, {"...", VarArg}}),
-    func<SetParam>("SetParam", {{"StmtId", IntByValue}, {"...", VarArg}}),
-    func<GetParamType>(
-        "GetParamType",
-        {{"StmtId", IntByValue}, {"ParNumber", IntByValue}, {"ParType", IntByReference}}),
-    func<GetParamPrecision>(
-        "GetParamPrecision",
-        {{"StmtId", IntByValue}, {"ParNumber", IntByValue}, {"ParPrec", IntByReference}}),
-    func<GetParamScale>(
-        "GetParamScale",
-        {{"StmtId", IntByValue}, {"ParNumber", IntByValue}, {"ParScale", IntByReference}}),
-    func<GetParamNullable>(
-        "GetParamNullable",
-        {{"StmtId", IntByValue}, {"ParNumber", IntByValue}, {"ParNull", IntByReference}}),
-    func<Fetch>("Fetch", {{"StmtId", IntByValue}, {"...", VarArg}}),
-    func<IsNull>("IsNull",
-                 {{"StmtId", IntByValue}, {"ColNumber", IntByValue}, {"IsNull", IntByReference}}),
-    func<GetData>("GetData", {{"StmtId", IntByValue}, {"ColNumber", IntByValue}, {"...", VarArg}}),
-    func<RowCount>("RowCount", {{"StmtId", IntByValue}, {"NumRows", IntByReference}}),
-    func<GetError>("GetError", {{"Message", String},
-                                {"SqlState", String},
-                                {"NativeCode", IntByReference},
-                                {"HasData", IntByReference}}),
-    func<SetTextColumnSize>("SetTextColumnSize",
-                            {{"DefaultSize", IntByValue}, {"MaxSize", IntByValue}}),
-    func<LogFlags>("LogFlags", {{"LogFlags", zString}}),
-    func<LogFile>("LogFile", {{"LogFile", zString}}),
-    func<DllDebug>("DllDebug", {{"DebugLevel", IntByValue}}),
-    func<BuildID>("BuildID", {{"Str", String}}),
-    func<VersionID>("VersionID", {{"Str", String}}),
-    func<Revision>("Revision", {{"Str", String}}),
+    fn::func<Connect>(row("Connect")),
+    fn::func<Disconnect>(row("Disconnect")),
+    fn::func<GetConnection>(row("GetConnection")),
+    fn::func<SetConnectOption>(row("SetConnectOption")),
+    fn::func<SetAutocommit>(row("SetAutocommit")),
+    fn::func<Commit>(row("Commit")),
+    fn::func<Rollback>(row("Rollback")),
+    fn::func<Prepare>(row("Prepare")),
+    fn::func<ExecDirect>(row("ExecDirect")),
+    fn::func<Tables>(row("Tables")),
+    fn::func<Columns>(row("Columns")),
+    fn::func<DropStatement>(row("DropStatement")),
+    fn::func<GetNumColumns>(row("GetNumColumns")),
+    fn::func<GetColumnTitle>(row("GetColumnTitle")),
+    fn::func<GetColumnVarName>(row("GetColumnVarName")),
+    fn::func<GetColumnType>(row("GetColumnType")),
+    fn::func<SetColumnType>(row("SetColumnType")),
+    fn::func<GetColumnPrecision>(row("GetColumnPrecision")),
+    fn::func<GetColumnScale>(row("GetColumnScale")),
+    fn::func<GetColumnNullable>(row("GetColumnNullable")),
+    fn::func<Execute>(row("Execute")),
+    fn::func<SetParam>(row("SetParam")),
+    fn::func<GetParamType>(row("GetParamType")),
+    fn::func<GetParamPrecision>(row("GetParamPrecision")),
+    fn::func<GetParamScale>(row("GetParamScale")),
+    fn::func<GetParamNullable>(row("GetParamNullable")),
+    fn::func<Fetch>(row("Fetch")),
+    fn::func<IsNull>(row("IsNull")),
+    fn::func<GetData>(row("GetData")),
+    fn::func<RowCount>(row("RowCount")),
+    fn::func<GetError>(row("GetError")),
+    fn::func<SetTextColumnSize>(row("SetTextColumnSize")),
+    fn::func<LogFlags>(row("LogFlags")),
+    fn::func<LogFile>(row("LogFile")),
+    fn::func<DllDebug>(row("DllDebug")),
+    fn::func<BuildID>(row("BuildID")),
+    fn::func<VersionID>(row("VersionID")),
+    fn::func<Revision>(row("Revision")),
+    fn::func<FetchArray>(row("FetchArray")),
+    fn::func<ExecuteArray>(row("ExecuteArray")),
 };
+
+// The rows stand in the order of the prototypes, which is the order of the table.
+static_assert([] {
+  for (std::size_t i = 0; i < kOdbcFunctions.size(); ++i)
+    if (std::string_view(kOdbcFunctions[i].name) != kOdbcPrototypes[i].name) return false;
+  return kOdbcFunctions.size() == kOdbcPrototypes.size();
+}());
 
 }  // namespace qz

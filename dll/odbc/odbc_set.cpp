@@ -1,4 +1,4 @@
-// The function table of the qzodbc server: exactly the 38 rows of the ODBC function set.
+// The function table of the qzodbc server: exactly the 40 rows of the ODBC function set.
 #include "odbc_functions.hpp"
 
 QZ_FUNCTION_SET(qz::kOdbcFunctions)

@@ -8,8 +8,6 @@
 #include <cstring>
 
 #include "bridge.hpp"
-#include "dllmain.hpp"
-#include "odbc_dll.hpp"
 #include "qzcharset.hpp"
 #include "sqltypes.hpp"
 #include "statement_parts.hpp"
@@ -19,13 +17,20 @@
 int text_column_def_size = 1024;
 int text_column_max_size = 1024;
 
+connection *stmt_connection(const stmt *s) {
+  return s->conn;
+}
+
+SQLHSTMT stmt_handle(const stmt *s) {
+  return s->hstmt;
+}
+
 void *volatile qz::stmt_in_driver = nullptr;
 
 namespace {
 
-constexpr unsigned kStateBits = STMT_PREPARED | STMT_FETCHED | STMT_END_OF_DATA;
-constexpr int kRoman8 = 0;     // character set ids of qz__charset_map
-constexpr int kIso8859_1 = 1;  //
+constexpr unsigned kStateBits =
+    STMT_PREPARED | STMT_FETCHED | STMT_END_OF_DATA | STMT_PENDING | STMT_SUMMED;
 
 // Marks hstmt as inside the driver for the length of one ODBC call that may wait for the
 // database, so that the termination signal can cancel it.
@@ -53,14 +58,13 @@ int begin_sql(stmt *s, const char *sql, int sql_len, char **copy) {
   if (int st = check_connection(s)) return st;
   if (setup_statement(s) != 0) return qz::kHandleAlloc;
   std::size_t n = static_cast<std::size_t>(sql_len) + 1;
-  *copy = static_cast<char *>(dll_alloc(n));
+  *copy = static_cast<char *>(QZ_ALLOC(n));
   if (!*copy) {
-    QZ_OLOG(1, "Memory allocation failed (%u bytes)", static_cast<unsigned>(n));
     return qz::kNoMemory;
   }
   std::memcpy(*copy, sql, n - 1);
   (*copy)[sql_len] = '\0';
-  qz__charset_map(kRoman8, kIso8859_1, *copy, static_cast<unsigned>(sql_len));
+  qz__charset_map(qz::kRoman8, qz::kIso8859_1, *copy, static_cast<unsigned>(sql_len));
   return qz::kOk;
 }
 
@@ -91,9 +95,8 @@ int setup_params(stmt *s) {
   }
   if (count <= 0) return qz::kOk;
   std::size_t bytes = sizeof(column) * static_cast<std::size_t>(count);
-  s->params = static_cast<column *>(dll_alloc(bytes));
+  s->params = static_cast<column *>(QZ_ALLOC(bytes));
   if (!s->params) {
-    QZ_OLOG(1, "Memory allocation failed (%u bytes)", static_cast<unsigned>(bytes));
     drop_statement(s);
     return qz::kNoMemory;
   }
@@ -130,9 +133,8 @@ int setup_params(stmt *s) {
               qz::sql_type_name(sql_type, name), qz::c_type_name(p->ctype), p->precision, p->scale,
               p->nullable);
     }
-    p->data = dll_alloc(static_cast<std::size_t>(p->size));
+    p->data = QZ_ALLOC(static_cast<std::size_t>(p->size));
     if (!p->data) {
-      QZ_OLOG(1, "Memory allocation failed (%u bytes)", static_cast<unsigned>(p->size));
       drop_statement(s);
       return qz::kNoMemory;
     }
@@ -248,7 +250,7 @@ int execute(stmt *s) {
     QZ_OLOG(2, "ODBC statement has not been prepared");
     return qz::kNotPrepared;
   }
-  s->flags &= ~(STMT_FETCHED | STMT_END_OF_DATA);
+  s->flags &= ~(STMT_FETCHED | STMT_END_OF_DATA | STMT_PENDING | STMT_SUMMED);
   // A parameter that was neither described nor given a value goes as null text.
   for (int k = 1; k <= s->num_params; ++k) {
     column *p = &s->params[k - 1];
@@ -261,9 +263,8 @@ int execute(stmt *s) {
     if (qz__IsLog('O', 3))
       QZ_OLOG(3, "param[%d] type=VARCHAR->C_CHAR precision=%u scale=%d nullable=%d", k - 1,
               p->precision, 0, 1);
-    p->data = dll_alloc(static_cast<std::size_t>(p->size));
+    p->data = QZ_ALLOC(static_cast<std::size_t>(p->size));
     if (!p->data) {
-      QZ_OLOG(1, "Memory allocation failed (%u bytes)", static_cast<unsigned>(p->size));
       return qz::kNoMemory;
     }
     p->len_ind = SQL_NULL_DATA;
@@ -282,6 +283,13 @@ int fetch(stmt *s) {
   if (s->num_columns == 0) {
     QZ_OLOG(2, "ODBC statement has no result");
     return qz::kNoResult;
+  }
+  if (s->flags & STMT_PENDING) {
+    // The row a FetchArray could not deliver: already sealed, and its texts keep the
+    // character set they had.
+    swap_held_row(s);
+    s->flags = (s->flags & ~STMT_PENDING) | STMT_FETCHED;
+    return qz::kOk;
   }
   if (s->flags & STMT_END_OF_DATA) return qz::kNoMoreRows;
   SQLRETURN rc;
@@ -305,6 +313,10 @@ int fetch(stmt *s) {
 
 int rowcount(stmt *s, int *count) {
   if (int st = check_connection(s)) return st;
+  if (s->flags & STMT_SUMMED) {
+    *count = static_cast<int>(s->summed_rows);
+    return qz::kOk;
+  }
   SQLLEN n = 0;
   SQLRETURN rc = SQLRowCount(s->hstmt, &n);
   // The driver need not set n when the call fails; what it holds is passed on.
@@ -349,9 +361,8 @@ void qz::cancel_statement_in_driver() {
 
 int new_statement(connection *conn, stmt **stmt_p) {
   QZ_ASSERT(stmt_p);
-  auto *s = static_cast<stmt *>(dll_alloc(sizeof(stmt)));
+  auto *s = static_cast<stmt *>(QZ_ALLOC(sizeof(stmt)));
   if (!s) {
-    QZ_OLOG(1, "Memory allocation failed (%u bytes)", static_cast<unsigned>(sizeof(stmt)));
     return qz::kNoMemory;
   }
   std::memset(s, 0, sizeof *s);
@@ -399,6 +410,7 @@ void cleanup_result(stmt *s) {
     std::free(s->rset[i].title);
     std::free(s->rset[i].varname);
     std::free(s->rset[i].data);
+    std::free(s->rset[i].held);
   }
   std::free(s->rset);
   s->rset = nullptr;

@@ -12,11 +12,19 @@
 
 struct stmt_m;
 
+// Buffer size for text whose precision the driver reports as 0, and the largest text
+// buffer; 1 <= text_column_def_size <= text_column_max_size <= 32767 (SetTextColumnSize).
+// Statements made afterwards size their text buffers by them.
+extern int text_column_def_size;
+extern int text_column_max_size;
+
 // Bits of stmt::flags.
 enum : unsigned {
   STMT_PREPARED = 1u,     // SQLPrepare succeeded
   STMT_FETCHED = 2u,      // a row has been fetched into the column buffers
   STMT_END_OF_DATA = 4u,  // SQLFetch reported that no more rows exist
+  STMT_PENDING = 8u,      // a fetched row waits in the held copy for the next fetch
+  STMT_SUMMED = 16u,      // rowcount reports summed_rows, the total of an ExecuteArray
 };
 
 // A result column (rset) or a parameter (params).
@@ -31,7 +39,11 @@ struct column {
   void *data;            // the value buffer bound to ODBC, owned; null: not bound
   int size;              // byte size of data
   SQLLEN len_ind;        // length/indicator: SQL_NULL_DATA, SQL_NTS or the byte length
-  unsigned mapped;       // bit 0: the fetched text in data is already in HP Roman-8
+  unsigned mapped;       // bit 0: the fetched text in data is already in HP Roman-8;
+                         // bit 1: the same for the text in held
+  void *held;            // result column: a copy of data (size bytes), owned; null until
+                         // a row is first held
+  SQLLEN held_ind;       // len_ind of the held copy
 };
 
 // A statement. Allocated zero-filled by new_statement; holders share it through refcnt.
@@ -46,42 +58,87 @@ struct stmt {
   int num_columns;               // number of result columns
   column *params;                // parameters, owned; element 0 is parameter 1
   int num_params;                // number of parameter markers
+  long long summed_rows;         // rows the last ExecuteArray affected (STMT_SUMMED)
   const struct stmt_m *methods;  // the method table
 };
 
 // The operations of a statement, in slot order. Column and parameter numbers are 1-based;
-// texts passed in come with their length and need no terminator. Every slot but drop
-// takes the statement first.
+// texts passed in come with their length and need no terminator (prepare and execdirect
+// take HP Roman-8 and convert a copy; the catalog texts go to the driver unconverted).
+// Every slot but drop takes the statement first. The execution slots (prepare to fetch,
+// rowcount) first check the connection: 1116 (logged) when it is gone, which also empties
+// the statement. A statement emptied by a failure keeps its number but has no handle,
+// result or parameters until the next prepare, execdirect, tables or columns.
 struct stmt_m {
-  void (*attach)(stmt *s, connection *conn);  // ties a statement without connection to conn
-  void (*drop)(stmt **stmt_p);                // releases the holder's reference, nulls its pointer
+  // Ties a statement without connection to conn: takes a reference on it, numbers the
+  // statement on it and records the connection's generation.
+  void (*attach)(stmt *s, connection *conn);
+  // Releases the holder's reference and nulls its pointer; the last one empties the
+  // statement, frees it and drops its reference on the connection.
+  void (*drop)(stmt **stmt_p);
+  // A new handle, SQLPrepare, then the result columns described and bound and the
+  // parameters described. 0, 2, 1110, 1111 (describing or binding), 1116, 1117; every
+  // failure after the handle empties the statement.
   int (*prepare)(stmt *s, const char *sql, int sql_len);
+  // SQLExecute of the prepared statement; a parameter never bound goes as NULL text. Clears
+  // the fetch state. 0, 2, 1111 (binding), 1116, 1118 (the statement stays prepared), 1119.
   int (*execute)(stmt *s);
+  // A new handle, SQLExecDirect, then the result columns. 0, 2, 1110, 1111, 1116, 1118.
   int (*execdirect)(stmt *s, const char *sql, int sql_len);
+  // A new handle and SQLTables (an empty text is no restriction), then the result columns.
+  // 0, 2, 1110, 1111, 1116, 1118.
   int (*tables)(stmt *s, const char *qual, int qual_len, const char *owner, int owner_len,
                 const char *name, int name_len, const char *type, int type_len);
+  // The same with SQLColumns.
   int (*columns)(stmt *s, const char *qual, int qual_len, const char *owner, int owner_len,
                  const char *name, int name_len, const char *column, int column_len);
+  // SQLFetch into the bound column buffers; after it every text value is cut to its buffer
+  // and terminated. A row left waiting (STMT_PENDING) is delivered first, without
+  // SQLFetch. 0 (a row), 1 (the end, which stays), 1116, 1120 (no result columns), 1121
+  // (the failure empties the statement).
   int (*fetch)(stmt *s);
+  // Column descriptions: 0 with the value, or 1122 for a column that does not exist (the
+  // integer ones clear *out first). Titles and variable names are the statement's own
+  // HP Roman-8 texts, valid until it is emptied.
   int (*column_TITLE)(stmt *s, int col, char **text);
   int (*column_VARNAME)(stmt *s, int col, char **text);
-  int (*column_TYPE)(stmt *s, int col, int *type);
+  int (*column_TYPE)(stmt *s, int col, int *type);  // a value type code, 1 to 6
+  // Re-binds the column to the C type of value type code type (1 to 6); the current row
+  // then reads as NULL until the next fetch, and a row left waiting is given up. 0 (also when the
+  // type is already bound), 2, 8 (not a type code), 1111 (binding failed: the statement is
+  // emptied), 1122.
   int (*column_SETTYPE)(stmt *s, int col, int type);
   int (*column_PRECISION)(stmt *s, int col, int *precision);
   int (*column_SCALE)(stmt *s, int col, int *scale);
   int (*column_NULLABLE)(stmt *s, int col, int *nullable);
+  // Parameter descriptions, as the column ones: 0, 1112 (not prepared), 1122. A parameter
+  // the driver could not describe reads 0 until its first value.
   int (*param_TYPE)(stmt *s, int par, int *type);
   int (*param_PRECISION)(stmt *s, int par, int *precision);
   int (*param_SCALE)(stmt *s, int par, int *scale);
   int (*param_NULLABLE)(stmt *s, int par, int *nullable);
+  // Whether the fetched value is NULL: 0 with *result 1 or 0; 1112 before a fetch, 1122.
   int (*isnull)(stmt *s, int col, int *result);
+  // The fetched value as HP Roman-8 text: the column buffer itself for text (converted on
+  // the first read), otherwise the shared 512-byte buffer the next call overwrites; a NULL
+  // reads as "". 0, 1112, 1122.
   int (*getdata_STRING)(stmt *s, int col, char **text);
+  // The fetched value as an integer (reals truncated, dates YYYYMMDD, times HHMMSS,
+  // timestamps as UTC seconds since 1970) or a real; a NULL reads as 0. 0, -1 (text that
+  // is not a number, a timestamp out of range), 1112, 1122.
   int (*getdata_INT)(stmt *s, int col, int *value);
   int (*getdata_DOUBLE)(stmt *s, int col, double *value);
+  // Binding one parameter's value; it stays bound across executions. A parameter the
+  // driver could not describe takes the C type of its first value for good. setparam_NULL:
+  // NULL. setparam_STRING: HP Roman-8 text, converted into the parameter's type (18 when
+  // longer than its buffer). 0, 2, 8 (a value its type does not take), 1111, 1112, 1122.
   int (*setparam_NULL)(stmt *s, int par);
   int (*setparam_STRING)(stmt *s, int par, const char *text, int len);
   int (*setparam_INT)(stmt *s, int par, int value);
   int (*setparam_DOUBLE)(stmt *s, int par, double value);
+  // SQLRowCount of the last execution: 0 and the count, 1116, or the failure's code with
+  // what the driver left in *count. After an ExecuteArray (STMT_SUMMED): 0 and the rows
+  // all its executions affected.
   int (*rowcount)(stmt *s, int *count);
 };
 
@@ -103,6 +160,13 @@ int setup_statement(stmt *s);
 // Frees the handle (reported quietly: the queue keeps the diagnostics of the failure that
 // led here), the result columns and the parameters, and clears the state bits.
 void drop_statement(stmt *s);
+
+// The row in the column buffers and the held copy of them (FetchArray keeps the row it
+// delivered last there while it fetches the next one). hold_row copies the buffers into
+// the held copy: 0, or 2 when a held buffer cannot be allocated. swap_held_row exchanges
+// the two; a fetch of a statement marked STMT_PENDING swaps instead of calling SQLFetch.
+int hold_row(stmt *s);
+void swap_held_row(stmt *s);
 
 // Free the result column array, respectively the parameter array, with what they own.
 void cleanup_result(stmt *s);

@@ -6,11 +6,10 @@
 #include <cstring>
 #include <type_traits>
 
+#include "bridge.hpp"
 #include "datetime.hpp"
-#include "dllmain.hpp"
 #include "format.hpp"
 #include "numtext.hpp"
-#include "odbc_dll.hpp"
 #include "qzcharset.hpp"
 #include "sqltypes.hpp"
 #include "statement_parts.hpp"
@@ -18,8 +17,6 @@
 
 namespace {
 
-constexpr int kRoman8 = 0;         // character set ids of qz__charset_map
-constexpr int kIso8859_1 = 1;      //
 constexpr int kNameBuffer = 1024;  // SQLDescribeCol's name buffer; longer names arrive cut
 constexpr int kTextBuffer = 512;   // getdata_STRING's buffer for numbers, dates and times
 
@@ -31,9 +28,8 @@ char empty_text[1] = "";
 // A heap copy of text, or null (logged) when none can be had.
 char *copy_text(const char *text) {
   std::size_t n = std::strlen(text) + 1;
-  auto *copy = static_cast<char *>(dll_alloc(n));
+  auto *copy = static_cast<char *>(QZ_ALLOC(n));
   if (!copy) {
-    QZ_OLOG(1, "Memory allocation failed (%u bytes)", static_cast<unsigned>(n));
     return nullptr;
   }
   std::memcpy(copy, text, n);
@@ -91,9 +87,8 @@ int setup_result(stmt *s) {
   }
   if (n <= 0) return qz::kOk;
   std::size_t bytes = sizeof(column) * static_cast<std::size_t>(n);
-  s->rset = static_cast<column *>(dll_alloc(bytes));
+  s->rset = static_cast<column *>(QZ_ALLOC(bytes));
   if (!s->rset) {
-    QZ_OLOG(1, "Memory allocation failed (%u bytes)", static_cast<unsigned>(bytes));
     drop_statement(s);
     return qz::kNoMemory;
   }
@@ -117,7 +112,8 @@ int setup_result(stmt *s) {
       drop_statement(s);
       return qz::kNoMemory;
     }
-    qz__charset_map(kIso8859_1, kRoman8, c->title, static_cast<unsigned>(std::strlen(c->title)));
+    qz__charset_map(qz::kIso8859_1, qz::kRoman8, c->title,
+                    static_cast<unsigned>(std::strlen(c->title)));
     char varname[qz::kVarnameSize];
     qz::derive_varname(c->title, i, varname);
     c->varname = copy_text(varname);
@@ -138,9 +134,8 @@ int setup_result(stmt *s) {
               driver_name, qz::sql_type_name(sql_type, type_name), qz::c_type_name(c->ctype),
               c->precision, c->scale, c->nullable);
     }
-    c->data = dll_alloc(static_cast<std::size_t>(c->size));
+    c->data = QZ_ALLOC(static_cast<std::size_t>(c->size));
     if (!c->data) {
-      QZ_OLOG(1, "Memory allocation failed (%u bytes)", static_cast<unsigned>(c->size));
       drop_statement(s);
       return qz::kNoMemory;
     }
@@ -163,6 +158,40 @@ void seal_fetched_text(stmt *s) {
     // A cut value (len_ind at or over the size, or SQL_NO_TOTAL) keeps size - 1 bytes, as
     // it arrives from the drivers that do terminate it.
     qz::terminate_driver_text(c->data, static_cast<std::size_t>(c->size), c->len_ind);
+  }
+}
+
+int hold_row(stmt *s) {
+  for (int i = 0; i < s->num_columns; ++i) {
+    column *c = &s->rset[i];
+    if (!c->held) {
+      c->held = QZ_ALLOC(static_cast<std::size_t>(c->size));
+      if (!c->held) return qz::kNoMemory;
+    }
+    std::memcpy(c->held, c->data, static_cast<std::size_t>(c->size));
+    c->held_ind = c->len_ind;
+    c->mapped = (c->mapped & 1u) ? (c->mapped | 2u) : (c->mapped & ~2u);
+  }
+  return qz::kOk;
+}
+
+void swap_held_row(stmt *s) {
+  for (int i = 0; i < s->num_columns; ++i) {
+    column *c = &s->rset[i];
+    if (!c->held) continue;  // nothing was ever held: the buffers stay as they are
+    // The driver writes the bound buffer at its address, so the contents move.
+    auto *a = static_cast<unsigned char *>(c->data);
+    auto *b = static_cast<unsigned char *>(c->held);
+    for (int k = 0; k < c->size; ++k) {
+      unsigned char t = a[k];
+      a[k] = b[k];
+      b[k] = t;
+    }
+    SQLLEN ind = c->len_ind;
+    c->len_ind = c->held_ind;
+    c->held_ind = ind;
+    unsigned bits = c->mapped & 3u;
+    c->mapped = (c->mapped & ~3u) | ((bits & 1u) << 1) | ((bits & 2u) >> 1);
   }
 }
 
@@ -222,9 +251,8 @@ int column_SETTYPE(stmt *s, int col, int type) {
   if (ctype != 0 && c->ctype == ctype) return qz::kOk;
   if (ctype == 0) return qz::kBadArgument;
   qz::ColumnBuffer b = qz::buffer_for_value_type(type, text_column_def_size);
-  void *data = dll_alloc(static_cast<std::size_t>(b.size));
+  void *data = QZ_ALLOC(static_cast<std::size_t>(b.size));
   if (!data) {
-    QZ_OLOG(1, "Memory allocation failed (%u bytes)", static_cast<unsigned>(b.size));
     return qz::kNoMemory;
   }
   void *former = c->data;
@@ -240,6 +268,10 @@ int column_SETTYPE(stmt *s, int col, int type) {
     return qz::kOdbcFailed;
   }
   std::free(former);
+  // The held copy has the former C type: it goes, and with it a row left waiting.
+  std::free(c->held);
+  c->held = nullptr;
+  s->flags &= ~STMT_PENDING;
   c->mapped &= ~1u;
   // The buffer holds no value of the current row: it reads as null until the next fetch.
   c->len_ind = SQL_NULL_DATA;
@@ -262,7 +294,7 @@ int getdata_STRING(stmt *s, int col, char **text) {
   switch (c->ctype) {
     case SQL_C_CHAR:
       if (!(c->mapped & 1u)) {
-        qz__charset_map(kIso8859_1, kRoman8, c->data, text_length(c));
+        qz__charset_map(qz::kIso8859_1, qz::kRoman8, c->data, text_length(c));
         c->mapped |= 1u;
       }
       *text = static_cast<char *>(c->data);

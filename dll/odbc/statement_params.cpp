@@ -3,19 +3,15 @@
 // parameter has (dates, times and timestamps from numbers and texts), and the accessors.
 #include <cstring>
 
+#include "bridge.hpp"
 #include "datetime.hpp"
-#include "dllmain.hpp"
 #include "format.hpp"
 #include "numtext.hpp"
-#include "odbc_dll.hpp"
 #include "qzcharset.hpp"
 #include "sqltypes.hpp"
 #include "statement_parts.hpp"
 
 namespace {
-
-constexpr int kRoman8 = 0;     // character set ids of qz__charset_map
-constexpr int kIso8859_1 = 1;  //
 
 // The common first steps of the setters: a prepared statement, an existing parameter,
 // and a binding (made now for ctype when the parameter has none). 0 with *p set, or the
@@ -100,9 +96,8 @@ int bind_param(stmt *s, int par_idx, int ctype) {
     QZ_OLOG(3, "param[%d] type=%s->%s precision=%u scale=%d nullable=%d", par_idx,
             qz::sql_type_name(b.sql_type, name), qz::c_type_name(b.ctype), p->precision, 0, 1);
   }
-  p->data = dll_alloc(static_cast<std::size_t>(p->size));
+  p->data = QZ_ALLOC(static_cast<std::size_t>(p->size));
   if (!p->data) {
-    QZ_OLOG(1, "Memory allocation failed (%u bytes)", static_cast<unsigned>(p->size));
     return qz::kNoMemory;
   }
   p->len_ind = SQL_NULL_DATA;
@@ -161,7 +156,7 @@ int setparam_STRING(stmt *s, int par, const char *text, int len) {
       char *data = static_cast<char *>(p->data);
       std::memcpy(data, text, static_cast<std::size_t>(len));
       data[len] = '\0';
-      qz__charset_map(kRoman8, kIso8859_1, data, static_cast<unsigned>(len));
+      qz__charset_map(qz::kRoman8, qz::kIso8859_1, data, static_cast<unsigned>(len));
       p->len_ind = SQL_NTS;
       return qz::kOk;
     }

@@ -1,33 +1,18 @@
 // Call block accessors: header fields and argument descriptors of either layout, read at
 // fixed byte offsets, with every interpreter address relocated into the server's mapping
 // and checked so that nothing outside the segment is ever touched.
-#include <assert.h>
-
 #include <cstdint>
 #include <cstring>
 
-#include "dllmain.hpp"
+#include "host.hpp"
 
 using qz::wire::get32;
 using qz::wire::put32;
 
-int shm_id = 0;
-void *shm_addr = nullptr;
-unsigned char *dll_info = nullptr;
-int dll_compat = 0;
-int dll_debug = 0;
-volatile std::sig_atomic_t dll_in_call = 0;
-
 namespace qz {
-
-std::int64_t segment_size = 0;
 
 const wire::Layout &layout() {
   return dll_compat == 64 ? wire::kLayout64 : wire::kLayout32;
-}
-
-void assertion_failed(const char *cond, const char *file, int line, const char *func) {
-  __assert_fail(cond, file, static_cast<unsigned>(line), func);
 }
 
 namespace {

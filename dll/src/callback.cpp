@@ -7,7 +7,7 @@
 
 #include <cstring>
 
-#include "dllmain.hpp"
+#include "host.hpp"
 
 namespace {
 
@@ -30,7 +30,7 @@ int dll_callback(int code) {
   sigaction(SIGUSR2, &sa, &previous);
   // SIGUSR2 is still blocked here (we run inside the call's handler): an answer that
   // comes before the wait begins stays pending and is delivered by sigsuspend.
-  if (kill(qz::wire::get32(dll_info, l.pid), SIGUSR2) != 0) raise(SIGTERM);
+  qz::signal_interpreter();
   if (sigsetjmp(dll_callback_jmp, 0) == 0) {
     sigset_t wait_mask;
     sigemptyset(&wait_mask);

@@ -7,7 +7,7 @@
 #include <cstdlib>
 #include <cstring>
 
-#include "dllmain.hpp"
+#include "host.hpp"
 #include "qzmath.h"
 
 // Conversion kinds: what a slot of QzAv holds.
@@ -26,20 +26,6 @@ void *QzAv[kMaxArgs];                // value handed to the function for each ar
 int QzCv[kMaxArgs];                  // conversion kind of each slot; non-zero: owned buffer
 const QzFuncDesc *QzFunc = nullptr;  // function being called; stays set after the call
 int QzFunc_arg_cnt = 0;              // arguments of the call, the name not counted
-
-const QzArgTypeName QzArgTypeNames[] = {
-    {VarArg, "VarArg"},
-    {IntByValue, "IntByValue"},
-    {IntByReference, "IntByReference"},
-    {IntArray, "IntArray"},
-    {RealByValue, "RealByValue"},
-    {RealByReference, "RealByReference"},
-    {RealArray, "RealArray"},
-    {zString, "zString"},
-    {String, "String"},
-    {StringArray, "StringArray"},
-    {-1, "Unknown"},
-};
 
 namespace {
 
@@ -254,24 +240,23 @@ void release(int i) {
 
 }  // namespace
 
-int dll_main() {
-  if (dll_debug > 3) {
-    trace_block();
-    std::fflush(stderr);
-  }
-  int n = u_get_argc();
+namespace {
+
+// The row of the function named by descriptor 0 of a call of n descriptors, or a status:
+// 9 (no name), 606 (too many arguments), 8 (the name is no string), 7 (no such function).
+int find_function(int n, const QzFuncDesc **found) {
   if (n < 1) {
     if (dll_debug > 2) std::fputs("illegal argument count, function name is required\n", stderr);
-    return 9;
+    return qz::kArgCount;
   }
   if (n > kMaxArgs + 1) {
     if (dll_debug > 2) std::fprintf(stderr, "argument count exceeds maximum (%d)\n", kMaxArgs);
-    return 606;
+    return qz::kTooManyArgs;
   }
   t_DLL_ARG name = u_get_arg(0);
   if (name.type != DLL_STRING) {
     if (dll_debug > 2) std::fputs("first argument must be function name\n", stderr);
-    return 8;
+    return qz::kBadArgument;
   }
   std::size_t len = static_cast<std::size_t>(get32(name.ptr, 0));
   const char *text = reinterpret_cast<const char *>(name.ptr + 4);
@@ -281,30 +266,30 @@ int dll_main() {
   if (!f->name) {
     if (dll_debug > 2)
       std::fprintf(stderr, "undefined function name: \"%.*s\"\n", static_cast<int>(len), text);
-    return 7;
+    return qz::kNoSuchFunction;
   }
-  QzFunc = f;
-  QzFunc_arg_cnt = n - 1;
-  if (dll_debug > 2) std::fprintf(stderr, "\nfunction name = \"%s\", argc = %d\n", f->name, n - 1);
+  *found = f;
+  return qz::kOk;
+}
 
-  for (int i = 0; i < kMaxArgs; ++i)
-    release(i);  // left by a call that ended early
-
+// Checks every argument of the call against its prototype and prepares its slot of QzAv.
+// 0, or the status that ends the call early: 9, 17, 8, 2, -1.
+int prepare_arguments(const QzFuncDesc *f) {
   int argi = 0;
-  for (int i = 0; i < n - 1; ++i) {
+  for (int i = 0; i < QzFunc_arg_cnt; ++i) {
     if (argi >= f->arg_cnt) {
       if (dll_debug > 2) std::fputs("extra argument detected\n", stderr);
-      return 9;
+      return qz::kArgCount;
     }
     t_DLL_ARG a = u_get_arg(i + 1);
     const QzArgDesc &proto = QzArgList[f->first_arg + argi];
     if (dll_debug > 2) trace_check(proto, a);
-    if (proto.type < 0 || proto.type > StringArray) return -1;
+    if (proto.type < 0 || proto.type > StringArray) return qz::kInternal;
     if (proto.type == VarArg) --argi;
-    if (is_array(proto.type) && proto.min_elcnt > a.elcnt) return 17;
+    if (is_array(proto.type) && proto.min_elcnt > a.elcnt) return qz::kArrayTooShort;
     int kind = a.type >= DLL_INTEGER && a.type <= DLL_STRING ? kAccept[proto.type][a.type - 1] : -1;
-    if (kind < 0) return 8;
-    if (!convert(i, kind, a)) return 2;
+    if (kind < 0) return qz::kBadArgument;
+    if (!convert(i, kind, a)) return qz::kNoMemory;
     ++argi;
   }
   if (argi != f->arg_cnt && QzArgList[f->first_arg + argi].type != VarArg) {
@@ -313,53 +298,76 @@ int dll_main() {
       std::fprintf(stderr, "QzFunc->arg_cnt = %d, argi = %d, proto->type = %d\n", f->arg_cnt, argi,
                    QzArgList[f->first_arg + argi].type);
     }
-    return 9;
+    return qz::kArgCount;
   }
+  return qz::kOk;
+}
 
-  if (dll_debug) {
-    std::fprintf(stderr, "\ncalling %s, argc = %d\n", f->name, QzFunc_arg_cnt);
-    if (dll_debug > 1) {
-      argi = 0;
-      for (int i = 0; i < n - 1; ++i, ++argi) {
-        ResolvedArg r = resolve_arg(f, i, argi);
-        trace_value(*r.proto, r.type, i, r.a.elcnt);
+// The trace line before the call, and at level 2 the values going in.
+void trace_call(const QzFuncDesc *f) {
+  std::fprintf(stderr, "\ncalling %s, argc = %d\n", f->name, QzFunc_arg_cnt);
+  if (dll_debug < 2) return;
+  int argi = 0;
+  for (int i = 0; i < QzFunc_arg_cnt; ++i, ++argi) {
+    ResolvedArg r = resolve_arg(f, i, argi);
+    trace_value(*r.proto, r.type, i, r.a.elcnt);
+  }
+}
+
+// Writes the by-reference results of argument i back into the call block in the
+// interpreter's forms, or tells the interpreter there is nothing to take back. 0, or -1
+// for a conversion kind that cannot be written back.
+int write_back(const ResolvedArg &r, int i) {
+  const t_DLL_ARG &a = r.a;
+  if (!a.byref) return qz::kOk;
+  if (r.type == IntByValue || r.type == RealByValue || r.type == zString) {
+    u_unref_arg(i + 1);
+    return qz::kOk;
+  }
+  if (dll_debug > 1) trace_value(*r.proto, r.type, i, a.elcnt);
+  switch (QzCv[i]) {
+    case CV_STRDESC:
+      for (int k = 0; k < a.elcnt; ++k) {
+        const QzStr &s = static_cast<const QzStr *>(QzAv[i])[k];
+        // A function never leaves a length outside the capacity it was given.
+        QZ_ASSERT(s.len >= 0 && s.len <= a.maxlen);
+        put32(element(a, k), 0, s.len);
       }
-    }
+      return qz::kOk;
+    case CV_DEC2DBL:
+      for (int k = 0; k < a.elcnt; ++k)
+        m_cv_dbl(static_cast<const double *>(QzAv[i])[k],
+                 reinterpret_cast<t_DECIMAL *>(element(a, k)));
+      return qz::kOk;
+    case CV_DIRECT:
+      return qz::kOk;
+    default:
+      return qz::kInternal;
   }
+}
 
+}  // namespace
+
+int dll_main() {
+  if (dll_debug > 3) {
+    trace_block();
+    std::fflush(stderr);
+  }
+  int n = u_get_argc();
+  const QzFuncDesc *f = nullptr;
+  if (int st = find_function(n, &f)) return st;
+  QzFunc = f;
+  QzFunc_arg_cnt = n - 1;
+  if (dll_debug > 2) std::fprintf(stderr, "\nfunction name = \"%s\", argc = %d\n", f->name, n - 1);
+  for (int i = 0; i < kMaxArgs; ++i)
+    release(i);  // left by a call that ended early
+  if (int st = prepare_arguments(f)) return st;
+  if (dll_debug) trace_call(f);
   int status = QzCall(static_cast<int>(f - QzFuncList), QzAv);
   if (dll_debug) std::fprintf(stderr, "return code is %d\n", status);
-
-  argi = 0;
-  for (int i = 0; i < n - 1; ++i, ++argi) {
-    auto [a, proto_p, type] = resolve_arg(f, i, argi);
-    const QzArgDesc &proto = *proto_p;
-    if (a.byref) {
-      if (type == IntByValue || type == RealByValue || type == zString) {
-        u_unref_arg(i + 1);
-      } else {
-        if (dll_debug > 1) trace_value(proto, type, i, a.elcnt);
-        switch (QzCv[i]) {
-          case CV_STRDESC:
-            for (int k = 0; k < a.elcnt; ++k) {
-              const QzStr &s = static_cast<const QzStr *>(QzAv[i])[k];
-              // A function never leaves a length outside the capacity it was given.
-              QZ_ASSERT(s.len >= 0 && s.len <= a.maxlen);
-              put32(element(a, k), 0, s.len);
-            }
-            break;
-          case CV_DEC2DBL:
-            for (int k = 0; k < a.elcnt; ++k)
-              m_cv_dbl(static_cast<const double *>(QzAv[i])[k],
-                       reinterpret_cast<t_DECIMAL *>(element(a, k)));
-            break;
-          case CV_DIRECT:
-            break;
-          default:
-            return -1;
-        }
-      }
-    }
+  int argi = 0;
+  for (int i = 0; i < QzFunc_arg_cnt; ++i, ++argi) {
+    if (int st = write_back(resolve_arg(f, i, argi), i)) return st;
     release(i);
   }
   return status;

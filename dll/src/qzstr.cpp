@@ -3,7 +3,7 @@
 // that does not fit gives status 18 and leaves the target unchanged.
 #include <cstring>
 
-#include "dllmain.hpp"
+#include "host.hpp"
 
 namespace {
 constexpr int kNoRoom = 18;  // the result does not fit the target's capacity

@@ -1,15 +1,14 @@
 #!/usr/bin/env bash
 # A throwaway PostgreSQL 15 cluster for the tests: a fresh temporary directory, a Unix
-# socket only, trust authentication, run by the postgres user (never by root).
+# socket only, trust authentication, run by the postgres user (never by root), stopped
+# when the program that started it ends, however it ends.
 #
 #   pg-cluster.sh start STATE_DIR        create and start a cluster; record it in STATE_DIR
 #   pg-cluster.sh stop STATE_DIR         stop the recorded cluster and remove its directory
-#   pg-cluster.sh psql STATE_DIR ARGS... psql against the test database of the cluster
-#   pg-cluster.sh env STATE_DIR          print the recorded variables
 #
 # STATE_DIR/pg-cluster.env holds QZ_PG_DIR (the temporary directory, also the socket
 # directory), QZ_PG_PORT, QZ_PG_USER and QZ_PG_DATABASE (a LATIN1 database with C
-# collation); STATE_DIR/odbc.ini gets a data source "qz_pg" for it.
+# collation).
 set -Eeuo pipefail
 
 pg_bin=${QZ_PG_BIN:-/usr/lib/postgresql/15/bin}
@@ -17,15 +16,8 @@ port=5432
 superuser=postgres
 database=qz
 
-usage() {
-  sed -n '5,8p' "$0" | sed 's/^# \{0,1\}//' >&2
-  exit 2
-}
-
-[ $# -ge 2 ] || usage
-cmd=$1
+[ $# = 2 ] || { sed -n '5,6p' "$0" >&2; exit 2; }
 state_dir=$2
-shift 2
 env_file=$state_dir/pg-cluster.env
 
 # Runs a command as the owner of the cluster: the postgres user when we are root,
@@ -38,18 +30,12 @@ as_owner() {
   fi
 }
 
-load_env() {
-  [ -f "$env_file" ] || { echo "pg-cluster: no cluster recorded in $state_dir" >&2; return 1; }
-  # shellcheck disable=SC1090
-  . "$env_file"
-}
-
 stop_cluster() {
   [ -f "$env_file" ] || return 0
   local QZ_PG_DIR=""
   # shellcheck disable=SC1090
   . "$env_file"
-  rm -f "$env_file" "$state_dir/odbc.ini"
+  rm -f "$env_file"
   [ -n "$QZ_PG_DIR" ] && [ -d "$QZ_PG_DIR" ] || return 0
   # The directory must be one of ours before anything in it is removed.
   case "$QZ_PG_DIR" in /tmp/qz-pg.*) ;; *) echo "pg-cluster: refusing to remove $QZ_PG_DIR" >&2; return 1 ;; esac
@@ -77,12 +63,6 @@ start_cluster() {
     "-c listen_addresses='' -c unix_socket_directories='$dir' -p $port -c fsync=off \
      -c synchronous_commit=off -c full_page_writes=off -c shared_buffers=16MB \
      -c max_connections=50" >/dev/null
-  local i
-  for i in $(seq 1 100); do
-    "$pg_bin/pg_isready" -q -h "$dir" -p "$port" -U "$superuser" && break
-    sleep 0.1
-  done
-  "$pg_bin/pg_isready" -q -h "$dir" -p "$port" -U "$superuser"
   "$pg_bin/psql" -X -q -v ON_ERROR_STOP=1 -h "$dir" -p "$port" -U "$superuser" -d postgres \
     -c "CREATE DATABASE $database TEMPLATE template0 ENCODING 'LATIN1' LC_COLLATE 'C' LC_CTYPE 'C'"
   cat >"$env_file" <<EOF
@@ -91,30 +71,19 @@ QZ_PG_PORT=$port
 QZ_PG_USER=$superuser
 QZ_PG_DATABASE=$database
 EOF
-  cat >"$state_dir/odbc.ini" <<EOF
-[qz_pg]
-Description=Throwaway PostgreSQL cluster of the test run
-Driver=QZ PostgreSQL
-Servername=$dir
-Port=$port
-Database=$database
-Username=$superuser
-ConnSettings=SET client_encoding TO 'LATIN1'
-EOF
   trap - ERR
+  # The cluster must not outlive the program that started it (ctest, stopped early by
+  # --stop-on-failure, a time-out or Ctrl-C, skips the stop): a detached watcher stops it
+  # within a second of that program's end, unless a stop or a newer start came first.
+  local owner=$PPID
+  setsid bash -c "while kill -0 $owner && grep -qx 'QZ_PG_DIR=$dir' '$env_file'; do sleep 1; done
+                  grep -qx 'QZ_PG_DIR=$dir' '$env_file' && '$0' stop '$state_dir'" \
+    </dev/null >/dev/null 2>&1 &
   echo "pg-cluster: PostgreSQL 15 running in $dir (socket only), database $database"
 }
 
-case "$cmd" in
+case $1 in
   start) start_cluster ;;
   stop) stop_cluster ;;
-  psql)
-    load_env
-    exec "$pg_bin/psql" -X -h "$QZ_PG_DIR" -p "$QZ_PG_PORT" -U "$QZ_PG_USER" -d "$QZ_PG_DATABASE" "$@"
-    ;;
-  env)
-    load_env
-    cat "$env_file"
-    ;;
-  *) usage ;;
+  *) sed -n '5,6p' "$0" >&2; exit 2 ;;
 esac

@@ -1,16 +1,12 @@
 # Fails when the shared math library imports a way to end or unwind the process other
-cmake_minimum_required(VERSION 3.25)
 # than abort (and the assertion handler that calls it).
+cmake_minimum_required(VERSION 3.25)
 execute_process(COMMAND ${NM} -D --undefined-only ${LIB} OUTPUT_VARIABLE out RESULT_VARIABLE rc)
 if(NOT rc EQUAL 0)
   message(FATAL_ERROR "nm failed on ${LIB}")
 endif()
-string(REGEX MATCHALL "[A-Za-z_][A-Za-z0-9_]*(@[A-Za-z0-9_.]+)?" words "${out}")
-set(imports "")
-foreach(w ${words})
-  string(REGEX REPLACE "@.*" "" name "${w}")
-  list(APPEND imports ${name})
-endforeach()
+string(REGEX REPLACE "@[^\n]*" "" out "${out}")  # symbol versions
+string(REGEX MATCHALL "[A-Za-z_][A-Za-z0-9_]*" imports "${out}")
 foreach(bad exit _exit _Exit quick_exit raise kill pthread_kill longjmp siglongjmp
             __cxa_throw _Unwind_RaiseException signal sigaction)
   if(bad IN_LIST imports)

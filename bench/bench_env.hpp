@@ -1,0 +1,64 @@
+// Where the benchmarks find their databases: a temporary directory for SQLite, and the
+// PostgreSQL cluster that bench/report starts (its record named by QZ_PG_ENV).
+#pragma once
+
+#include <stdlib.h>
+
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <map>
+#include <string>
+
+namespace qz::bench {
+
+// A fresh directory under /tmp, removed with everything in it when the object goes.
+class TempDir {
+ public:
+  TempDir() {
+    char tmpl[] = "/tmp/qz-bench-db.XXXXXX";
+    if (mkdtemp(tmpl)) path_ = tmpl;
+  }
+  ~TempDir() {
+    std::error_code ec;
+    if (!path_.empty()) std::filesystem::remove_all(path_, ec);
+  }
+  TempDir(const TempDir &) = delete;
+  TempDir &operator=(const TempDir &) = delete;
+  const std::string &path() const { return path_; }
+  std::string file(const std::string &name) const { return path_ + "/" + name; }
+
+ private:
+  std::string path_;
+};
+
+inline std::string sqlite_conn(const std::string &db_file) {
+  return "Driver={QZ SQLite};Database=" + db_file;
+}
+
+// The cluster's variables (QZ_PG_DIR, QZ_PG_PORT, QZ_PG_USER, QZ_PG_DATABASE); empty when
+// there is none.
+inline std::map<std::string, std::string> pg_cluster() {
+  std::map<std::string, std::string> vars;
+  const char *path = std::getenv("QZ_PG_ENV");
+  std::ifstream in(path ? path : "");
+  for (std::string line; std::getline(in, line);)
+    if (line.find('=') != std::string::npos)
+      vars[line.substr(0, line.find('='))] = line.substr(line.find('=') + 1);
+  return vars;
+}
+
+inline bool pg_available() {
+  auto v = pg_cluster();
+  return !v["QZ_PG_DIR"].empty() && std::filesystem::exists(v["QZ_PG_DIR"]);
+}
+
+// The cluster's database through psqlODBC's ANSI driver, client encoding pinned to LATIN1.
+inline std::string pg_conn() {
+  auto v = pg_cluster();
+  return "Driver={QZ PostgreSQL};Servername=" + v["QZ_PG_DIR"] + ";Port=" + v["QZ_PG_PORT"] +
+         ";Database=" + v["QZ_PG_DATABASE"] + ";Username=" + v["QZ_PG_USER"] +
+         ";ConnSettings={SET client_encoding TO 'LATIN1'}";
+}
+
+}  // namespace qz::bench

@@ -1,5 +1,0 @@
-# Unit tests of the host area.
-qz_unit_test(test_block SOURCES test_block.cpp LIBS qzhost)
-qz_unit_test(test_qzstr SOURCES test_qzstr.cpp LIBS qzhost)
-qz_unit_test(test_functable SOURCES test_functable.cpp ${PROJECT_SOURCE_DIR}/tests/host/test_funcs.cpp
-             LIBS qzhost)
