@@ -197,7 +197,7 @@ bool run_peer(const ArraySetup &setup, const char *mode, const std::string &conn
     return false;
   }
   if (!WIFEXITED(st) || WEXITSTATUS(st) != 0) {
-    note = "refused: " + last_line(err);
+    note = "exited with status " + std::to_string(WEXITSTATUS(st)) + ": " + last_line(err);
     return false;
   }
   std::istringstream in(text);
@@ -231,14 +231,15 @@ PeerResult peer_rounds(const ArraySetup &setup, const char *mode, const std::str
   return p;
 }
 
-// pyodbc's load in one mode: through the same connection string, else through the
-// fallback one (noted), else the first refusal.
-PeerResult peer_load(const ArraySetup &setup, const char *mode, const std::string &file) {
-  PeerResult p = peer_rounds(setup, mode, setup.spec, file, "bench_load", setup.load_rounds);
-  if (p.ok || setup.peer_load_spec.empty() || p.note.rfind("refused", 0) != 0) return p;
-  PeerResult q =
-      peer_rounds(setup, mode, setup.peer_load_spec, file, "bench_load", setup.load_rounds);
-  if (q.ok) q.note = "needed the Unicode driver; the ANSI one " + p.note;
+// pyodbc in one mode: through the same connection string, else (noted) through the
+// fallback one when the first exits with an error (pyodbc's wide characters, which an
+// ANSI driver may refuse); else how it ended.
+PeerResult peer_either(const ArraySetup &setup, const char *mode, const std::string &a,
+                       const std::string &b, int rounds) {
+  PeerResult p = peer_rounds(setup, mode, setup.spec, a, b, rounds);
+  if (p.ok || setup.peer_spec_unicode.empty() || p.note.rfind("exited", 0) != 0) return p;
+  PeerResult q = peer_rounds(setup, mode, setup.peer_spec_unicode, a, b, rounds);
+  if (q.ok) q.note = "through the Unicode driver; with the ANSI one it " + p.note;
   return q;
 }
 
@@ -256,15 +257,14 @@ bool measure_fetches(Server &s, const ArraySetup &setup, ArrayFigures &f) {
     b.push_back(fetch_pass(s, setup, 1000, false, h, m));
     if (a.back() < 0 || b.back() < 0) return false;
     if (peer_failed) continue;
-    PeerResult p = peer_rounds(setup, "fetch", setup.spec, setup.select, "", 1);
+    PeerResult p = peer_either(setup, "fetch", setup.select, "", 1);
     if (p.ok) c.push_back(p.rows_s);
+    f.peer_fetch.note = p.note;
     peer_failed = !p.ok;
-    if (!p.ok) f.peer_fetch = p;
   }
-  if (!peer_failed) f.peer_fetch = {true, median(c), ""};
+  if (!peer_failed) f.peer_fetch = {true, median(c), f.peer_fetch.note};
   f.fetch100 = median(a);
   f.fetch1000 = median(b);
-  if (f.peer_fetch.ok) f.peer_fetch.rows_s = median(c);
   return true;
 }
 
@@ -281,8 +281,8 @@ bool measure_loads(Server &s, const ArraySetup &setup, ArrayFigures &f) {
   f.load = median(loads);
   std::string file = setup.dir + "/load.tsv";
   if (!setup.peer.empty() && !write_load_file(*setup.load, file)) return false;
-  f.peer_load = peer_load(setup, "load", file);
-  f.peer_fast = peer_load(setup, "fastload", file);
+  f.peer_load = peer_either(setup, "load", file, "bench_load", setup.load_rounds);
+  f.peer_fast = peer_either(setup, "fastload", file, "bench_load", setup.load_rounds);
   return true;
 }
 

@@ -52,7 +52,7 @@ struct PeerResult {
 struct ArraySetup {
   std::string server;                    // the qzodbc program
   std::string spec;                      // connection string of both routes
-  std::string peer_load_spec;            // pyodbc's load when `spec` refuses it; empty: none
+  std::string peer_spec_unicode;         // pyodbc when `spec` refuses it; empty: none
   std::string peer;                      // bench/peer.py, empty: pyodbc not measured
   std::string dir;                       // a scratch directory (the load file, pyodbc's errors)
   const char *select = "";               // the query over the whole table

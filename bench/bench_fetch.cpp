@@ -511,7 +511,7 @@ bool report_arrays(const std::string &spec, const std::string &unicode_spec,
   qz::bench::ArraySetup setup;
   setup.server = server;
   setup.spec = spec;
-  setup.peer_load_spec = unicode_spec;
+  setup.peer_spec_unicode = unicode_spec;
   const char *peer = std::getenv("QZ_PEER");
   setup.peer = peer ? peer : "";
   setup.dir = dir.path();
