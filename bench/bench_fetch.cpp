@@ -452,7 +452,8 @@ bool print_arrays(long rows, const std::vector<Figures> &fetch,
   bool ok = true;
   std::printf(
       "  rows/s over the whole query (ExecDirect and every fetch) or the whole load (every\n"
-      "  insert and the commit), medians; pyodbc in a child python3, same driver and DSN\n");
+      "  insert and the commit), medians; pyodbc in a child python3, same registration and\n"
+      "  database (the notes name a driver it needed instead)\n");
   table_line("", "pinned", "unpinned");
   table_line("Fetch, 1 row a call", num(whole(fetch[0])), num(whole(fetch[1])));
   table_line("FetchArray, 100 rows a call", num(arr[0].fetch100), num(arr[1].fetch100));
