@@ -61,4 +61,13 @@ inline std::string pg_conn() {
          ";ConnSettings={SET client_encoding TO 'LATIN1'}";
 }
 
+// The same database through psqlODBC's Unicode driver, which the benchmark registers for
+// pyodbc's loads: pyodbc binds text as wide characters, which the ANSI driver may refuse.
+inline std::string pg_unicode_conn() {
+  auto v = pg_cluster();
+  return "Driver={QZ PostgreSQL Unicode};Servername=" + v["QZ_PG_DIR"] +
+         ";Port=" + v["QZ_PG_PORT"] + ";Database=" + v["QZ_PG_DATABASE"] +
+         ";Username=" + v["QZ_PG_USER"];
+}
+
 }  // namespace qz::bench

@@ -6,6 +6,7 @@
 #include <sys/types.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
@@ -16,6 +17,7 @@
 #include <string>
 #include <vector>
 
+#include "bench_arrays.hpp"
 #include "bench_env.hpp"
 #include "bridge.hpp"
 #include "connection.hpp"
@@ -29,8 +31,11 @@
 namespace {
 
 using qz::bench::Clock;
+using qz::bench::fnv;
+using qz::bench::kFnvStart;
 using qz::bench::median;
 using qz::bench::ns_since;
+using qz::bench::peak_kb;
 using qz::client::Arg;
 namespace odbc = qz::bench;
 
@@ -39,9 +44,14 @@ constexpr int kTripsPerRound = 2000;     // raw exchanges measured per round
 constexpr long kMemoryAllowance = 1024;  // kB the server may grow by from 1,000 rows on
 constexpr double kFactor = 1.2;          // allowed factor on the in-process time per row
 constexpr int kRowsPerInsert = 500;      // rows per INSERT statement while filling the table
+constexpr int kLoadRounds = 2;           // timed loads of each route
 
 const char *const kCreate =
     "CREATE TABLE bench_rows (row_no INTEGER, qty INTEGER, price NUMERIC(12,2), "
+    "amount NUMERIC(12,2), order_date DATE, created_at TIMESTAMP, cust_name VARCHAR(40), "
+    "city VARCHAR(40), code VARCHAR(40), note VARCHAR(40))";
+const char *const kCreateLoad =
+    "CREATE TABLE bench_load (row_no INTEGER, qty INTEGER, price NUMERIC(12,2), "
     "amount NUMERIC(12,2), order_date DATE, created_at TIMESTAMP, cust_name VARCHAR(40), "
     "city VARCHAR(40), code VARCHAR(40), note VARCHAR(40))";
 const char *const kSelect =
@@ -106,22 +116,31 @@ std::string row_tuple(Lcg &g, int row_no) {
   return t;
 }
 
-// 64-bit FNV-1a over a packed row, chained from h.
-std::uint64_t fnv(std::uint64_t h, const char *p, std::size_t n) {
-  for (std::size_t i = 0; i < n; ++i) {
-    h ^= static_cast<unsigned char>(p[i]);
-    h *= 0x100000001b3ull;
+// The rows of the loads: the table's kinds of values from a generator of their own, as
+// text where the table's column is no INTEGER, and without NULLs.
+qz::bench::LoadRows load_rows(long rows) {
+  Lcg g{19720605};
+  qz::bench::LoadRows r;
+  r.text.resize(8);
+  for (long i = 1; i <= rows; ++i) {
+    r.row_no.push_back(static_cast<std::int32_t>(i));
+    r.qty.push_back(static_cast<int>(g.next()) >> static_cast<int>(g.below(31)));
+    r.text[0].push_back(money(g.below(10000000)));
+    long long cents = static_cast<long long>(g.next() % 100000000000ull) - 50000000000ll;
+    r.text[1].push_back(money(cents / (1ll << g.below(30))));
+    int year = 1900 + static_cast<int>(g.below(200)), month = 1 + static_cast<int>(g.below(12));
+    int day = 1 + static_cast<int>(g.below(28)), hh = static_cast<int>(g.below(24));
+    char when[64];
+    std::snprintf(when, sizeof when, "%04d-%02d-%02d", year, month, day);
+    r.text[2].push_back(when);
+    std::snprintf(when, sizeof when, "%04d-%02d-%02d %02d:%02d:%02d", 2000 + year % 30, month, day,
+                  hh, static_cast<int>(g.below(60)), static_cast<int>(g.below(60)));
+    r.text[3].push_back(when);
+    int column = 4;
+    for (int max_len : {40, 24, 12, 40})
+      r.text[column++].push_back(some_text(g, max_len));
   }
-  return h;
-}
-constexpr std::uint64_t kFnvStart = 0xcbf29ce484222325ull;
-
-// VmHWM of a process in kB, or -1.
-long peak_kb(pid_t pid) {
-  std::ifstream in("/proc/" + std::to_string(pid) + "/status");
-  for (std::string line; std::getline(in, line);)
-    if (line.rfind("VmHWM:", 0) == 0) return std::strtol(line.c_str() + 6, nullptr, 10);
-  return -1;
+  return r;
 }
 
 // CPU time a process has used, user and system, in ns (clock-tick resolution).
@@ -393,10 +412,133 @@ bool measure(const std::string &server, const std::string &spec, long rows, bool
   return true;
 }
 
+// A pyodbc figure for the table: rows a second, or "failed" (its note printed below).
+std::string peer_cell(const qz::bench::PeerResult &p) {
+  char buf[32];
+  std::snprintf(buf, sizeof buf, "%.0f", p.rows_s);
+  return p.ok ? buf : "failed";
+}
+
+// A ratio and whether it reaches 1, as "1.23 met".
+std::string ratio_cell(double ours, double theirs, bool &ok) {
+  if (theirs <= 0) {
+    ok = false;
+    return "no peer";
+  }
+  char buf[32];
+  std::snprintf(buf, sizeof buf, "%.2f %s", ours / theirs, ours >= theirs ? "met" : "MISSED");
+  ok = ok && ours >= theirs;
+  return buf;
+}
+
+// The fastest pyodbc load that worked, or 0.
+double fastest_load(const qz::bench::ArrayFigures &a) {
+  return std::max(a.peer_load.ok ? a.peer_load.rows_s : 0, a.peer_fast.ok ? a.peer_fast.rows_s : 0);
+}
+
+// One line of the many-rows table: a label and a cell per pinning mode.
+void table_line(const char *label, const std::string &pinned, const std::string &unpinned) {
+  std::printf("  %-52s %14s %14s\n", label, pinned.c_str(), unpinned.c_str());
+}
+
+// Prints the many-rows table of one database; false when a target is missed.
+bool print_arrays(long rows, const std::vector<Figures> &fetch,
+                  const std::vector<qz::bench::ArrayFigures> &arr) {
+  auto num = [](double x) { return std::to_string(static_cast<long>(x + 0.5)); };
+  auto whole = [rows](const Figures &f) {
+    return static_cast<double>(rows) * 1e9 /
+           (f.server_exec + f.server_ns * static_cast<double>(rows));
+  };
+  bool ok = true;
+  std::printf(
+      "  rows/s over the whole query (ExecDirect and every fetch) or the whole load (every\n"
+      "  insert and the commit), medians; pyodbc in a child python3, same registration and\n"
+      "  database (the notes name a driver it needed instead)\n");
+  table_line("", "pinned", "unpinned");
+  table_line("Fetch, 1 row a call", num(whole(fetch[0])), num(whole(fetch[1])));
+  table_line("FetchArray, 100 rows a call", num(arr[0].fetch100), num(arr[1].fetch100));
+  table_line("FetchArray, 1,000 rows a call", num(arr[0].fetch1000), num(arr[1].fetch1000));
+  table_line("pyodbc fetchall", peer_cell(arr[0].peer_fetch), peer_cell(arr[1].peer_fetch));
+  std::string r[4];
+  for (int i = 0; i < 2; ++i) {
+    r[i] = ratio_cell(arr[i].fetch100, arr[i].peer_fetch.ok ? arr[i].peer_fetch.rows_s : 0, ok);
+    r[i + 2] =
+        ratio_cell(arr[i].fetch1000, arr[i].peer_fetch.ok ? arr[i].peer_fetch.rows_s : 0, ok);
+  }
+  table_line("FetchArray 100 / pyodbc fetchall (>= 1)", r[0], r[1]);
+  table_line("FetchArray 1,000 / pyodbc fetchall (>= 1)", r[2], r[3]);
+  table_line("load: ExecuteArray, 1,000 rows a call", num(arr[0].load), num(arr[1].load));
+  table_line("load: pyodbc executemany", peer_cell(arr[0].peer_load), peer_cell(arr[1].peer_load));
+  table_line("load: pyodbc executemany, fast_executemany", peer_cell(arr[0].peer_fast),
+             peer_cell(arr[1].peer_fast));
+  for (int i = 0; i < 2; ++i)
+    r[i] = ratio_cell(arr[i].load, fastest_load(arr[i]), ok);
+  table_line("ExecuteArray / fastest pyodbc load (>= 1)", r[0], r[1]);
+  return ok;
+}
+
+// The notes under the table: pyodbc's failures, the rows compared, the server's memory.
+bool print_array_notes(const std::vector<qz::bench::ArrayFigures> &arr) {
+  bool ok = true;
+  const char *mode[] = {"pinned", "unpinned"};
+  for (int i = 0; i < 2; ++i) {
+    const qz::bench::ArrayFigures &a = arr[i];
+    const std::pair<const char *, const qz::bench::PeerResult *> peers[] = {
+        {"fetchall", &a.peer_fetch},
+        {"executemany", &a.peer_load},
+        {"fast_executemany", &a.peer_fast}};
+    for (const auto &[what, p] : peers)
+      if (!p->note.empty()) std::printf("  %s: pyodbc %s: %s\n", mode[i], what, p->note.c_str());
+    bool mem = a.mem100.flat(kMemoryAllowance) && a.mem1000.flat(kMemoryAllowance) &&
+               a.memload.flat(kMemoryAllowance);
+    ok = ok && mem && a.same_rows;
+    std::printf(
+        "  %s: FetchArray rows %s Fetch's; server VmHWM from the first 1,000 rows to the\n"
+        "    last: FetchArray 100 %+ld kB, 1,000 %+ld kB, ExecuteArray %+ld kB (<= %ld kB %s)\n",
+        mode[i], a.same_rows ? "identical to" : "DIFFERENT from",
+        a.mem100.at_end - a.mem100.at_1000, a.mem1000.at_end - a.mem1000.at_1000,
+        a.memload.at_end - a.memload.at_1000, kMemoryAllowance, mem ? "met" : "MISSED");
+  }
+  return ok;
+}
+
+// Many rows per call on one database, pinned and unpinned, beside Fetch's figures;
+// false when a target is missed or the measurement failed.
+bool report_arrays(const std::string &spec, const std::string &unicode_spec,
+                   const std::string &server, long rows, int rounds,
+                   const std::vector<Figures> &fetch) {
+  odbc::TempDir dir;
+  qz::bench::LoadRows load = load_rows(rows);
+  qz::bench::ArraySetup setup;
+  setup.server = server;
+  setup.spec = spec;
+  setup.peer_spec_unicode = unicode_spec;
+  const char *peer = std::getenv("QZ_PEER");
+  setup.peer = peer ? peer : "";
+  setup.dir = dir.path();
+  setup.select = kSelect;
+  setup.create = kCreateLoad;
+  setup.rows = rows;
+  setup.rounds = rounds;
+  setup.load_rounds = kLoadRounds;
+  setup.load = &load;
+  std::vector<qz::bench::ArrayFigures> arr(2);
+  for (int i = 0; i < 2; ++i) {
+    qz::bench::Pinning pinning(i == 0);
+    setup.fetch_hash = fetch[static_cast<std::size_t>(i)].verify_server.hash;
+    if (!measure_arrays(setup, arr[static_cast<std::size_t>(i)])) {
+      std::printf("  many rows a call, %s: MEASUREMENT FAILED\n", i == 0 ? "pinned" : "unpinned");
+      return false;
+    }
+  }
+  bool ok = print_arrays(rows, fetch, arr);
+  return print_array_notes(arr) && ok;
+}
+
 // Measures one database pinned and unpinned and prints its part of the report; false
 // when a target is missed or the measurement failed.
-bool report_database(const char *title, const std::string &spec, const std::string &server,
-                     long rows, int rounds) {
+bool report_database(const char *title, const std::string &spec, const std::string &unicode_spec,
+                     const std::string &server, long rows, int rounds) {
   std::printf(
       "\n%s: %ld rows of 10 columns (2 INTEGER, 2 NUMERIC(12,2), DATE, TIMESTAMP,\n"
       "4 VARCHAR(40)); %d timed rounds after one verifying pass, medians; per row is\n"
@@ -466,7 +608,7 @@ bool report_database(const char *title, const std::string &spec, const std::stri
         f.verify_server.kb_at_1000, f.verify_server.kb_at_end, rows, grow, kMemoryAllowance,
         mem_ok ? "met" : "MISSED", f.kb_final);
   }
-  return all_ok;
+  return report_arrays(spec, unicode_spec, server, rows, rounds, all) && all_ok;
 }
 
 }  // namespace
@@ -499,16 +641,17 @@ int main(int argc, char **argv) {
     std::fprintf(stderr, "cannot make a temporary directory\n");
     return 1;
   }
-  ok = report_database("SQLite", odbc::sqlite_conn(dir.file("bench.db")), server, rows, rounds) &&
+  ok = report_database("SQLite", odbc::sqlite_conn(dir.file("bench.db")), "", server, rows,
+                       rounds) &&
        ok;
   if (odbc::pg_available()) {
-    ok =
-        report_database("PostgreSQL 15 (LATIN1 database)", odbc::pg_conn(), server, rows, rounds) &&
-        ok;
+    ok = report_database("PostgreSQL 15 (LATIN1 database)", odbc::pg_conn(),
+                         odbc::pg_unicode_conn(), server, rows, rounds) &&
+         ok;
   } else {
     std::printf("\nPostgreSQL: no cluster (QZ_PG_ENV unset or not running): NOT MEASURED\n");
     ok = false;
   }
-  std::printf("\nfetch targets: %s\n", ok ? "all met" : "NOT ALL MET");
+  std::printf("\ntargets of bench_fetch: %s\n", ok ? "all met" : "NOT ALL MET");
   return ok ? 0 : 3;
 }
