@@ -38,11 +38,14 @@ void close_descriptors() {
     close(static_cast<int>(fd));
 }
 
-void set_action(int sig, void (*handler)(int), int flags) {
+// `blocked`: signals held back while the handler runs (besides `sig` itself).
+void set_action(int sig, void (*handler)(int), int flags, std::initializer_list<int> blocked = {}) {
   struct sigaction sa;
   std::memset(&sa, 0, sizeof sa);
   sa.sa_handler = handler;
   sigemptyset(&sa.sa_mask);
+  for (int b : blocked)
+    sigaddset(&sa.sa_mask, b);
   sa.sa_flags = flags;
   sigaction(sig, &sa, nullptr);
 }
@@ -184,7 +187,9 @@ int main(int argc, char **argv) {
 
   dll_setup();
 
-  set_action(SIGTERM, signal_handler, SA_RESTART);
+  // A call that arrives while SIGTERM releases everything waits and is never run: the
+  // block is detached by then, and the interpreter learns that the server has ended.
+  set_action(SIGTERM, signal_handler, SA_RESTART, {SIGUSR2, SIGURG});
   set_action(SIGUSR2, signal_handler, SA_RESTART);
   set_action(SIGURG, interrupt_handler, SA_RESTART);
 

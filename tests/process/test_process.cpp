@@ -17,6 +17,7 @@
 #include <filesystem>
 #include <fstream>
 #include <functional>
+#include <random>
 #include <set>
 #include <sstream>
 #include <thread>
@@ -488,6 +489,36 @@ TEST(Shutdown, StatementsGoFirstAndNothingGoesWhileTheDriverIsInACall) {
     const std::vector<std::string> released{"SQLFreeStmt", "SQLDisconnect", "SQLFreeStmt",
                                             "SQLDisconnect", "SQLDisconnect"};
     EXPECT_EQ(order, in_call ? std::vector<std::string>{} : released);
+  }
+}
+
+// SIGTERM at a random moment of a busy stream of calls (a recursive query, inserts,
+// fetches): every round the server exits with 0 within a second.
+TEST(Shutdown, TermAtRandomMomentsEndsTheServerPromptly) {
+  TempDir dir;
+  const std::string db = "Driver={QZ SQLite};Database=" + dir.file("t.db");
+  std::mt19937 rng(20261124);
+  const char *sql[] = {"CREATE TABLE IF NOT EXISTS t (k INTEGER, s VARCHAR(20))",
+                       "INSERT INTO t VALUES (1, 'one')", "SELECT k, s FROM t",
+                       "WITH RECURSIVE c(x) AS (SELECT 1 UNION ALL SELECT x + 1 FROM c "
+                       "WHERE x < 200000) SELECT count(*) FROM c"};
+  for (int round = 0; round < (emulated() ? 5 : 30); ++round) {
+    Session s;
+    ASSERT_TRUE(s.start(server("QZ_SERVER_ODBC"))) << s.error();
+    ASSERT_EQ(status_of(s, "Connect", {Arg::string(db), Arg::int_var(0)}), 0);
+    std::thread busy([&] {
+      for (int k = 0; k < 1000; ++k) {
+        Arg args[] = {Arg::integer(1), Arg::string(sql[k % 4]), Arg::int_var(0)};
+        if (!s.call("ExecDirect", args).ok()) return;  // the server has gone
+      }
+    });
+    std::this_thread::sleep_for(std::chrono::microseconds(rng() % 50000));
+    auto t0 = std::chrono::steady_clock::now();
+    kill(s.pid(), SIGTERM);
+    busy.join();
+    ExitInfo e = s.wait_exit(2000ms);
+    EXPECT_TRUE(e.exited && e.code == 0) << round << ": " << e.describe() << s.stderr_text();
+    EXPECT_LT(std::chrono::steady_clock::now() - t0, 1s) << round;
   }
 }
 
