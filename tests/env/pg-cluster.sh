@@ -5,6 +5,7 @@
 #
 #   pg-cluster.sh start STATE_DIR        create and start a cluster; record it in STATE_DIR
 #   pg-cluster.sh stop STATE_DIR         stop the recorded cluster and remove its directory
+#   pg-cluster.sh restart STATE_DIR      restart the recorded cluster (its sessions end)
 #
 # STATE_DIR/pg-cluster.env holds QZ_PG_DIR (the temporary directory, also the socket
 # directory), QZ_PG_PORT, QZ_PG_USER and QZ_PG_DATABASE (a LATIN1 database with C
@@ -16,7 +17,7 @@ port=5432
 superuser=postgres
 database=qz
 
-[ $# = 2 ] || { sed -n '5,6p' "$0" >&2; exit 2; }
+[ $# = 2 ] || { sed -n '5,7p' "$0" >&2; exit 2; }
 state_dir=$2
 env_file=$state_dir/pg-cluster.env
 
@@ -85,5 +86,10 @@ EOF
 case $1 in
   start) start_cluster ;;
   stop) stop_cluster ;;
-  *) sed -n '5,6p' "$0" >&2; exit 2 ;;
+  restart)
+    # shellcheck disable=SC1090
+    . "$env_file"
+    as_owner "$pg_bin/pg_ctl" -D "$QZ_PG_DIR/data" -m fast -w restart >/dev/null
+    ;;
+  *) sed -n '5,7p' "$0" >&2; exit 2 ;;
 esac
