@@ -6,10 +6,12 @@
 #   mariadb-server.sh start STATE_DIR        create and start a server; record it in STATE_DIR
 #   mariadb-server.sh stop STATE_DIR         stop the recorded server and remove its directory
 #
-# STATE_DIR/mariadb.env holds QZ_MARIADB_DIR (the temporary directory), QZ_MARIADB_SOCKET
-# and QZ_MARIADB_USER (a user with every right, no password: the socket is the door).
+# STATE_DIR/mariadb.env holds QZ_MARIADB_DIR (the temporary directory), QZ_MARIADB_SOCKET,
+# QZ_MARIADB_USER (a user with every right, no password: the socket is the door) and
+# QZ_MARIADB_DATABASE (a latin1 database).
 set -Eeuo pipefail
 user=qz
+database=qz
 
 [ $# = 2 ] || { sed -n '6,7p' "$0" >&2; exit 2; }
 state_dir=$2
@@ -60,9 +62,10 @@ start_server() {
     </dev/null >/dev/null 2>&1 &
   for _ in $(seq 1 300); do [ -S "$dir/socket" ] && break; sleep 0.1; done
   mariadb --no-defaults -S "$dir/socket" -u root -e \
-    "CREATE USER '$user'@'localhost'; GRANT ALL ON *.* TO '$user'@'localhost'"
-  printf 'QZ_MARIADB_DIR=%s\nQZ_MARIADB_SOCKET=%s\nQZ_MARIADB_USER=%s\n' "$dir" "$dir/socket" \
-    "$user" >"$env_file"
+    "CREATE USER '$user'@'localhost'; GRANT ALL ON *.* TO '$user'@'localhost';
+     CREATE DATABASE $database CHARACTER SET latin1"
+  printf 'QZ_MARIADB_DIR=%s\nQZ_MARIADB_SOCKET=%s\nQZ_MARIADB_USER=%s\nQZ_MARIADB_DATABASE=%s\n' \
+    "$dir" "$dir/socket" "$user" "$database" >"$env_file"
   trap - ERR
   # The server must not outlive the program that started it (see pg-cluster.sh).
   local owner=$PPID
