@@ -16,7 +16,7 @@
 # "[sqlite,mariadb] ", and then belongs to those back ends only. A transcript may end with
 # "== standard error" and what qzcall and the server write there, then "== FILE" and the
 # content of each file named by a "# show: FILE..." line. "# interpose: RULES" gives the
-# libodbc interposer these rules (tests/env/README.md; it writes the calls it saw to the
+# libodbc interposer these rules (tests/env/interpose.cpp; it writes the calls it saw to the
 # file "calls"), "# tz: ZONE" the server's time zone, and "# rows: decoded" keeps the
 # fields qzcall reads out of each packed row (other transcripts leave them out).
 #
