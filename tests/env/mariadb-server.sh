@@ -10,6 +10,8 @@
 # QZ_MARIADB_USER (a user with every right, no password: the socket is the door) and
 # QZ_MARIADB_DATABASE (a latin1 database).
 set -Eeuo pipefail
+# shellcheck source=watch.sh
+. "$(dirname "$0")/watch.sh"
 user=qz
 database=qz
 
@@ -67,11 +69,7 @@ start_server() {
   printf 'QZ_MARIADB_DIR=%s\nQZ_MARIADB_SOCKET=%s\nQZ_MARIADB_USER=%s\nQZ_MARIADB_DATABASE=%s\n' \
     "$dir" "$dir/socket" "$user" "$database" >"$env_file"
   trap - ERR
-  # The server must not outlive the program that started it (see pg-cluster.sh).
-  local owner=$PPID
-  setsid bash -c "while kill -0 $owner && grep -qx 'QZ_MARIADB_DIR=$dir' '$env_file'; do sleep 1; done
-                  grep -qx 'QZ_MARIADB_DIR=$dir' '$env_file' && '$0' stop '$state_dir'" \
-    </dev/null >/dev/null 2>&1 &
+  watch_owner "QZ_MARIADB_DIR=$dir" "$env_file" "'$0' stop '$state_dir'"
   echo "mariadb-server: MariaDB running in $dir (socket only)"
 }
 

@@ -11,6 +11,8 @@
 # directory), QZ_PG_PORT, QZ_PG_USER and QZ_PG_DATABASE (a LATIN1 database with C
 # collation).
 set -Eeuo pipefail
+# shellcheck source=watch.sh
+. "$(dirname "$0")/watch.sh"
 
 pg_bin=${QZ_PG_BIN:-/usr/lib/postgresql/15/bin}
 port=5432
@@ -73,13 +75,7 @@ QZ_PG_USER=$superuser
 QZ_PG_DATABASE=$database
 EOF
   trap - ERR
-  # The cluster must not outlive the program that started it (ctest, stopped early by
-  # --stop-on-failure, a time-out or Ctrl-C, skips the stop): a detached watcher stops it
-  # within a second of that program's end, unless a stop or a newer start came first.
-  local owner=$PPID
-  setsid bash -c "while kill -0 $owner && grep -qx 'QZ_PG_DIR=$dir' '$env_file'; do sleep 1; done
-                  grep -qx 'QZ_PG_DIR=$dir' '$env_file' && '$0' stop '$state_dir'" \
-    </dev/null >/dev/null 2>&1 &
+  watch_owner "QZ_PG_DIR=$dir" "$env_file" "'$0' stop '$state_dir'"
   echo "pg-cluster: PostgreSQL 15 running in $dir (socket only), database $database"
 }
 

@@ -674,7 +674,8 @@ TEST(Faults, ManyInterpretersAndLongRunsKeepEveryAnswerAndStayFlat) {
     ASSERT_TRUE(!db.empty() && admin.start(server("QZ_SERVER_ODBC")));
     ASSERT_EQ(status_of(admin, "Connect", {Arg::string(db), Arg::int_var()}), 0);
     for (const char *sql :
-         {"DROP TABLE IF EXISTS many", "CREATE TABLE many (who INT, s VARCHAR(20))"})
+         {"DROP TABLE IF EXISTS many", "CREATE TABLE many (who INT, s VARCHAR(20))",
+          "CREATE INDEX many_s ON many (s)"})
       status_of(admin, "ExecDirect", {Arg::integer(1), Arg::string(sql), Arg::int_var()});
     for (auto [n, rounds, cycle] : {std::array<long, 3>{soak() ? 32 : 4, soak() ? 2000 : 100, 500},
                                     {1, soak() ? 200000 : 1000, 20}}) {
