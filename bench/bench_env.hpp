@@ -1,5 +1,6 @@
 // Where the benchmarks find their databases: a temporary directory for SQLite, and the
-// PostgreSQL cluster that bench/report starts (its record named by QZ_PG_ENV).
+// PostgreSQL cluster and MariaDB server that bench/report starts (their records named by
+// QZ_PG_ENV and QZ_MARIADB_ENV).
 #pragma once
 
 #include <stdlib.h>
@@ -36,11 +37,12 @@ inline std::string sqlite_conn(const std::string &db_file) {
   return "Driver={QZ SQLite};Database=" + db_file;
 }
 
-// The cluster's variables (QZ_PG_DIR, QZ_PG_PORT, QZ_PG_USER, QZ_PG_DATABASE); empty when
-// there is none.
-inline std::map<std::string, std::string> pg_cluster() {
+// The variables of the record that the environment variable `record` names (the
+// cluster's QZ_PG_DIR, QZ_PG_PORT, ...; the MariaDB server's QZ_MARIADB_SOCKET, ...);
+// empty when there is none.
+inline std::map<std::string, std::string> pg_cluster(const char *record = "QZ_PG_ENV") {
   std::map<std::string, std::string> vars;
-  const char *path = std::getenv("QZ_PG_ENV");
+  const char *path = std::getenv(record);
   std::ifstream in(path ? path : "");
   for (std::string line; std::getline(in, line);)
     if (line.find('=') != std::string::npos)
@@ -68,6 +70,19 @@ inline std::string pg_unicode_conn() {
   return "Driver={QZ PostgreSQL Unicode};Servername=" + v["QZ_PG_DIR"] +
          ";Port=" + v["QZ_PG_PORT"] + ";Database=" + v["QZ_PG_DATABASE"] +
          ";Username=" + v["QZ_PG_USER"];
+}
+
+inline bool mariadb_available() {
+  auto v = pg_cluster("QZ_MARIADB_ENV");
+  return !v["QZ_MARIADB_SOCKET"].empty() && std::filesystem::exists(v["QZ_MARIADB_SOCKET"]);
+}
+
+// The MariaDB server's latin1 database through MariaDB's driver, exchanging ISO 8859-1.
+inline std::string mariadb_conn() {
+  auto v = pg_cluster("QZ_MARIADB_ENV");
+  return "Driver={QZ MariaDB};Socket=" + v["QZ_MARIADB_SOCKET"] +
+         ";Database=" + v["QZ_MARIADB_DATABASE"] + ";User=" + v["QZ_MARIADB_USER"] +
+         ";Charset=latin1";
 }
 
 }  // namespace qz::bench

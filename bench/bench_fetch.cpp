@@ -617,8 +617,9 @@ int main(int argc, char **argv) {
   if (argc < 2) {
     std::fprintf(stderr,
                  "usage: %s QZODBC [ROWS [ROUNDS]]\n"
-                 "  ODBCSYSINI names the driver registration; QZ_PG_ENV, if set, the record\n"
-                 "  of a running PostgreSQL cluster (tests/env/pg-cluster.sh)\n",
+                 "  ODBCSYSINI names the driver registration; QZ_PG_ENV and QZ_MARIADB_ENV, if\n"
+                 "  set, the records of a running PostgreSQL cluster and MariaDB server\n"
+                 "  (tests/env/pg-cluster.sh, tests/env/mariadb-server.sh)\n",
                  argv[0]);
     return 2;
   }
@@ -650,6 +651,14 @@ int main(int argc, char **argv) {
          ok;
   } else {
     std::printf("\nPostgreSQL: no cluster (QZ_PG_ENV unset or not running): NOT MEASURED\n");
+    ok = false;
+  }
+  if (odbc::mariadb_available()) {  // one driver for both: pyodbc takes its wide calls
+    ok = report_database("MariaDB 10.11 (latin1 database)", odbc::mariadb_conn(),
+                         odbc::mariadb_conn(), server, rows, rounds) &&
+         ok;
+  } else {
+    std::printf("\nMariaDB: no server (QZ_MARIADB_ENV unset or not running): NOT MEASURED\n");
     ok = false;
   }
   std::printf("\ntargets of bench_fetch: %s\n", ok ? "all met" : "NOT ALL MET");

@@ -31,9 +31,10 @@ function(qz_unit_test name)
   endif()
 endfunction()
 
-# The ODBC test environment (tests/env): where the private odbcinst.ini and the record of
-# the PostgreSQL cluster live, the installed drivers of this build's architecture, and
-# whether this build has PostgreSQL (x86-64 only: there is no i386 psqlODBC).
+# The ODBC test environment (tests/env): where the private odbcinst.ini and the records of
+# the throwaway database servers live, the installed drivers of this build's architecture,
+# and whether this build has PostgreSQL and MariaDB (x86-64 only: their drivers have no
+# i386 packages).
 set(QZ_ODBC_ENV_DIR ${CMAKE_BINARY_DIR}/odbc-env)
 set(QZ_SQLITE_ODBC_DRIVER /usr/lib/${CMAKE_LIBRARY_ARCHITECTURE}/odbc/libsqlite3odbc.so)
 set(QZ_PSQL_ODBC_DRIVER /usr/lib/${CMAKE_LIBRARY_ARCHITECTURE}/odbc/psqlodbca.so)
@@ -42,6 +43,11 @@ set(QZ_PG_FIXTURE "")
 if(NOT QZ_I386 AND EXISTS ${QZ_PSQL_ODBC_DRIVER} AND EXISTS /usr/lib/postgresql/15/bin/initdb)
   set(QZ_PG ON)
   set(QZ_PG_FIXTURE qz_pg)  # FIXTURES of every test that reaches PostgreSQL
+endif()
+set(QZ_MARIADB_ODBC_DRIVER /usr/lib/${CMAKE_LIBRARY_ARCHITECTURE}/odbc/libmaodbc.so)
+set(QZ_MARIADB OFF)
+if(NOT QZ_I386 AND EXISTS ${QZ_MARIADB_ODBC_DRIVER} AND EXISTS /usr/sbin/mariadbd)
+  set(QZ_MARIADB ON)
 endif()
 # An ASan program refuses to start unless the runtime is the first library it loads, so
 # in the sanitizer build the interposer is preloaded after it. The SQLite driver opens
@@ -57,7 +63,7 @@ endif()
 # Environment of every whole-process test and scenario: the servers of this build (in the
 # i386 build with the emulator that starts them, QZ_LAUNCHER), the private driver
 # registration (ODBCSYSINI), the LD_PRELOAD value that puts the libodbc interposer in
-# front (QZ_INTERPOSER), and the PostgreSQL cluster's record where there is one.
+# front (QZ_INTERPOSER), and the records of the database servers this build has.
 set(QZ_I386_BUILD_DIR "" CACHE PATH "i386 build directory whose server the x86-64 tests also run")
 function(qz_e2e_env out)
   set(env "QZ_SERVER_HOST_TEST=$<TARGET_FILE:qzhost-test>" "QZ_SERVER_ODBC=$<TARGET_FILE:qzodbc>"
@@ -65,6 +71,9 @@ function(qz_e2e_env out)
           "QZ_INTERPOSER=${QZ_PRELOAD_FIRST}$<TARGET_FILE:qzinterpose>")
   if(QZ_PG)
     list(APPEND env "QZ_PG_ENV=${QZ_ODBC_ENV_DIR}/pg-cluster.env")
+  endif()
+  if(QZ_MARIADB)
+    list(APPEND env "QZ_MARIADB_ENV=${QZ_ODBC_ENV_DIR}/mariadb.env")
   endif()
   if(QZ_SANITIZE)
     # Quiet about the suppressions it used: the servers' standard error is compared as text.

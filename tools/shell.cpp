@@ -66,10 +66,13 @@ int typed_char(FILE *in) {
 }
 #endif
 
-// SQLSTATEs of a connection the database ended: the connection class, and the server
-// shutting down or refusing the session.
-bool connection_lost(const std::string &state) {
-  return state.rfind("08", 0) == 0 || state == "57P01" || state == "57P02" || state == "57P03";
+// Diagnostics of a connection the database ended: the SQLSTATE connection class, and the
+// server shutting down or refusing the session; MariaDB's and MySQL's drivers say it with
+// native codes: the session killed (1927), the server gone or lost (2006, 2013), and a
+// write to the closed connection (5014, Connector/ODBC).
+bool connection_lost(const std::string &state, int native) {
+  return state.rfind("08", 0) == 0 || state == "57P01" || state == "57P02" || state == "57P03" ||
+         native == 1927 || native == 2006 || native == 2013 || native == 5014;
 }
 
 }  // namespace
@@ -295,7 +298,7 @@ void Shell::diagnostics() {
     for (std::size_t p = 0; (p = message.find('\n', p)) != std::string::npos; p += 5)
       message.insert(p + 1, "    ");
     std::string state = from_server(a[1].as_string(), o_.encoding);
-    conn_lost_ = conn_lost_ || connection_lost(state);
+    conn_lost_ = conn_lost_ || connection_lost(state, a[2].as_int());
     std::fprintf(stderr, "  %s (native %d): %s\n", state.c_str(), a[2].as_int(), message.c_str());
   }
 }

@@ -152,6 +152,7 @@ int do_connect(connection *conn, const char *conn_spec, int conn_spec_len) {
     return qz::kNoMemory;
   }
   std::memcpy(conn->conn_spec, out, n + 1);
+  conn->param_arrays = 0;  // another data source may have another driver
   ++conn->generation;
   return qz::kOk;
 }

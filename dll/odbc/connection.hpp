@@ -34,6 +34,8 @@ struct connection {
   const struct conn_m *methods;  // the method table
   int describe_param_ok;         // 0 once the driver refused SQLDescribeParam (IM001)
   int bind_parameter_ok;         // 0 once the driver refused SQLBindParameter (IM001)
+  int param_arrays;              // 1 the driver runs parameter arrays with a row count per
+                                 // row, -1 it does not, 0 not asked since the connect
 };
 
 // The operations of a connection, in slot order. All take the connection first except

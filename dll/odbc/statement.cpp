@@ -339,6 +339,7 @@ const struct stmt_m stmt_m = {
 int qz::bind_with_fallback(stmt *s, int par_no, SQLSMALLINT sql_type) {
   column *p = &s->params[par_no - 1];
   connection *conn = s->conn;
+  p->sql_type = sql_type;
   while (conn->bind_parameter_ok) {
     SQLRETURN rc =
         SQLBindParameter(s->hstmt, static_cast<SQLUSMALLINT>(par_no), SQL_PARAM_INPUT, p->ctype,

@@ -44,6 +44,7 @@ struct column {
   void *held;            // result column: a copy of data (size bytes), owned; null until
                          // a row is first held
   SQLLEN held_ind;       // len_ind of the held copy
+  SQLSMALLINT sql_type;  // parameter: the SQL type it is bound as
 };
 
 // A statement. Allocated zero-filled by new_statement; holders share it through refcnt.
@@ -141,6 +142,10 @@ struct stmt_m {
   // all its executions affected.
   int (*rowcount)(stmt *s, int *count);
 };
+
+// conn_m.err for the statement s and return code rc, not quiet, naming the caller's file
+// and line: 0 for SQL_SUCCESS and SQL_SUCCESS_WITH_INFO, else non-zero.
+#define QZ_STMT_ERR(s, rc) ((s)->conn->methods->err(nullptr, (s), (rc), 0, __FILE__, __LINE__))
 
 // The one method table of all statements.
 extern const struct stmt_m stmt_m;

@@ -1,14 +1,9 @@
 // What the statement's own source files share and nothing else includes: the methods of
-// the column and parameter slots of stmt_m (reached by everyone else through the table),
-// and the report of an ODBC return code through the connection's err.
+// the column and parameter slots of stmt_m (reached by everyone else through the table).
 #pragma once
 
 #include "bridge.hpp"
 #include "statement.hpp"
-
-// conn_m.err for the statement s and return code rc, not quiet, naming the caller's file
-// and line: 0 for SQL_SUCCESS and SQL_SUCCESS_WITH_INFO, else non-zero.
-#define QZ_STMT_ERR(s, rc) ((s)->conn->methods->err(nullptr, (s), (rc), 0, __FILE__, __LINE__))
 
 // Result columns and data (statement_columns.cpp). Column numbers are 1-based; the texts
 // handed out belong to the statement, or to the shared 512-byte buffer of getdata_STRING,

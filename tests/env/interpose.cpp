@@ -1,8 +1,24 @@
 // Test-only interposer over libodbc, preloaded (LD_PRELOAD) into a server under test. It
-// wraps every ODBC call the server makes and, by the rules in QZ_ODBC_INTERPOSE, fails it,
-// answers IM001, blocks, crashes, or fills the text the call returned to the last byte
-// of its buffer with no terminator; QZ_ODBC_TRACE names a file that gets one line
-// "FUNCTION RC" per call, in order. Grammar: tests/env/README.md.
+// wraps every ODBC 2.x call the server makes; without rules it passes each one on.
+// QZ_ODBC_TRACE=FILE appends a line "FUNCTION RC" per call, in order. QZ_ODBC_INTERPOSE
+// holds rules separated by ';':
+//
+//   RULE   = FUNC[@N]:ACTION     on the N-th call of FUNC only (counted per rule), else on every
+//   ACTION = RC[:SQLSTATE[:NATIVE[:MESSAGE]]] | unsupported | unterminated | block | crash
+//
+// - RC (a number: -1 SQL_ERROR, 1 SQL_SUCCESS_WITH_INFO, -2 SQL_INVALID_HANDLE, ...): the call
+//   is not made (for 1 it is made first) and answers RC with one record on its handle
+//   (SQLSTATE HY000, native 0, "Injected failure of FUNC" unless given), which the server
+//   reads with SQLError; the next call on that handle discards it. A rule on SQLError makes
+//   SQLError itself answer RC.
+// - unsupported: SQL_ERROR with IM001 "Driver does not support this function".
+// - unterminated: the call is made; every text it cut (SQLFetch into bound text columns),
+//   the column name of SQLDescribeCol and the message of SQLError then fill their buffer to
+//   the last byte with no terminator, as some drivers leave them.
+// - block: the call never returns; crash: the process gets SIGSEGV inside it.
+// A rule that does not parse aborts the process: a test whose faults silently do not
+// happen would pass for the wrong reason. The interposer maps no SQLSTATE; the driver
+// manager hands an ODBC 2.x application the 2.x spellings (HY000 -> S1000, ...).
 #include <dlfcn.h>
 #include <signal.h>
 #include <sql.h>
@@ -63,15 +79,13 @@ enum class Action { fail, unsupported, unterminated, block, crash };
 
 struct Rule {
   std::string function;  // as the application calls it, e.g. "SQLFetch"
-  unsigned first = 1;    // first call (1-based, counted per rule) that fires
-  unsigned last = 0;     // last one; 0: every call from `first` on
-  bool after = false;    // '+': make the real call first, answer the failure anyway
+  int only = 0;          // the one call (1-based, counted per rule) that fires; 0: every call
   Action action = Action::fail;
   int rc = SQL_ERROR;              // return code of a failure
   std::string sqlstate = "HY000";  // its record
   int native = 0;                  //
   std::string message;             //
-  unsigned calls = 0;              // calls of `function` seen so far
+  int calls = 0;                   // calls of `function` seen so far
 };
 
 struct Record {
@@ -96,34 +110,14 @@ std::FILE *trace;                                  // QZ_ODBC_TRACE, or null
   std::abort();  // a test whose faults silently do not happen would pass for the wrong reason
 }
 
-unsigned number(std::string_view s, std::string_view rule) {
-  char *end = nullptr;
-  std::string text(s);
-  unsigned long v = std::strtoul(text.c_str(), &end, 10);
-  if (text.empty() || *end || v == 0) refuse("bad call number in '" + std::string(rule) + "'");
-  return static_cast<unsigned>(v);
-}
-
-// FUNC[@N | @N.. | @N..M][+]:ACTION, ACTION = RC[:SQLSTATE[:NATIVE[:MESSAGE]]] or a word.
-Rule parse(std::string_view text) {
+Rule parse(const std::string &text) {
   Rule r;
-  std::size_t colon = text.find(':');
-  if (colon == std::string_view::npos) refuse("no ':' in '" + std::string(text) + "'");
-  std::string_view head = text.substr(0, colon), rest = text.substr(colon + 1);
-  if (!head.empty() && head.back() == '+') {
-    r.after = true;
-    head.remove_suffix(1);
-  }
-  std::size_t at = head.find('@');
-  r.function = head.substr(0, at);
-  if (at != std::string_view::npos) {
-    std::string_view range = head.substr(at + 1);
-    std::size_t dots = range.find("..");
-    r.first = number(range.substr(0, dots), text);
-    r.last = dots == std::string_view::npos ? r.first : 0;
-    if (dots != std::string_view::npos && dots + 2 < range.size())
-      r.last = number(range.substr(dots + 2), text);
-  }
+  std::size_t colon = text.find(':'), at = text.find('@');
+  if (colon == std::string::npos) refuse("no ':' in '" + text + "'");
+  r.function = text.substr(0, std::min(at, colon));
+  if (at < colon && (r.only = std::atoi(text.c_str() + at + 1)) <= 0)
+    refuse("bad call number in '" + text + "'");
+  const std::string rest = text.substr(colon + 1);
   static const std::pair<const char *, Action> words[] = {{"unsupported", Action::unsupported},
                                                           {"unterminated", Action::unterminated},
                                                           {"block", Action::block},
@@ -135,28 +129,11 @@ Rule parse(std::string_view text) {
     r.message = "Driver does not support this function";
   }
   if (r.action != Action::fail) return r;
-  static const std::pair<const char *, int> codes[] = {{"ERROR", SQL_ERROR},
-                                                       {"SUCCESS_WITH_INFO", SQL_SUCCESS_WITH_INFO},
-                                                       {"INVALID_HANDLE", SQL_INVALID_HANDLE},
-                                                       {"NO_DATA", SQL_NO_DATA_FOUND}};
-  std::string field[4];
-  for (int k = 0; k < 4; ++k) {
-    std::size_t c = k < 3 ? rest.find(':') : std::string_view::npos;
-    field[k] = rest.substr(0, c);
-    rest = c == std::string_view::npos ? std::string_view() : rest.substr(c + 1);
-  }
-  char *end = nullptr;
-  r.rc = static_cast<int>(std::strtol(field[0].c_str(), &end, 10));
-  if (field[0].empty() || *end) {
-    r.rc = 1000;
-    for (auto [name, code] : codes)
-      if (field[0] == name) r.rc = code;
-    if (r.rc == 1000) refuse("bad action '" + field[0] + "'");
-  }
-  if (!field[1].empty()) r.sqlstate = field[1];
-  if (r.sqlstate.size() != 5) refuse("SQLSTATE '" + r.sqlstate + "' is not five characters");
-  r.native = std::atoi(field[2].c_str());
-  r.message = field[3].empty() ? "Injected failure of " + r.function : field[3];
+  char state[16] = "HY000", message[256] = "";
+  int n = std::sscanf(rest.c_str(), "%d:%15[^:]:%d:%255[^\n]", &r.rc, state, &r.native, message);
+  r.sqlstate = state;
+  if (n < 1 || r.sqlstate.size() != 5) refuse("bad action '" + rest + "'");
+  r.message = n == 4 ? message : "Injected failure of " + r.function;
   return r;
 }
 
@@ -167,7 +144,7 @@ std::vector<Rule> &active_rules() {
         std::getenv("QZ_ODBC_INTERPOSE") ? std::getenv("QZ_ODBC_INTERPOSE") : "";
     while (!text.empty()) {
       std::size_t semi = text.find(';');
-      if (semi > 0) rules->push_back(parse(text.substr(0, semi)));
+      if (semi > 0) rules->push_back(parse(std::string(text.substr(0, semi))));
       text = semi == std::string_view::npos ? std::string_view() : text.substr(semi + 1);
     }
     if (const char *path = std::getenv("QZ_ODBC_TRACE")) trace = std::fopen(path, "a");
@@ -183,7 +160,7 @@ Rule *fires(const char *fn, void *handle) {
   for (Rule &r : active_rules()) {
     if (r.function != fn) continue;
     ++r.calls;
-    if (!fired && r.calls >= r.first && (r.last == 0 || r.calls <= r.last)) fired = &r;
+    if (!fired && (r.only == 0 || r.calls == r.only)) fired = &r;
   }
   return fired;
 }
@@ -223,7 +200,7 @@ SQLRETURN apply(const char *fn, void *handle, Call real, Fill fill) {
     rc = SQL_ERROR;
   } else {
     rc = SQL_SUCCESS;
-    if (r->after || r->rc == SQL_SUCCESS_WITH_INFO) rc = real();
+    if (r->rc == SQL_SUCCESS_WITH_INFO) rc = real();
     if (SQL_SUCCEEDED(rc)) {
       if (handle) records[handle] = Record{r->sqlstate, r->message, r->native, false};
       rc = static_cast<SQLRETURN>(r->rc);

@@ -5,18 +5,21 @@
 #
 #   pg-cluster.sh start STATE_DIR        create and start a cluster; record it in STATE_DIR
 #   pg-cluster.sh stop STATE_DIR         stop the recorded cluster and remove its directory
+#   pg-cluster.sh restart STATE_DIR      restart the recorded cluster (its sessions end)
 #
 # STATE_DIR/pg-cluster.env holds QZ_PG_DIR (the temporary directory, also the socket
 # directory), QZ_PG_PORT, QZ_PG_USER and QZ_PG_DATABASE (a LATIN1 database with C
 # collation).
 set -Eeuo pipefail
+# shellcheck source=watch.sh
+. "$(dirname "$0")/watch.sh"
 
 pg_bin=${QZ_PG_BIN:-/usr/lib/postgresql/15/bin}
 port=5432
 superuser=postgres
 database=qz
 
-[ $# = 2 ] || { sed -n '5,6p' "$0" >&2; exit 2; }
+[ $# = 2 ] || { sed -n '5,7p' "$0" >&2; exit 2; }
 state_dir=$2
 env_file=$state_dir/pg-cluster.env
 
@@ -72,18 +75,17 @@ QZ_PG_USER=$superuser
 QZ_PG_DATABASE=$database
 EOF
   trap - ERR
-  # The cluster must not outlive the program that started it (ctest, stopped early by
-  # --stop-on-failure, a time-out or Ctrl-C, skips the stop): a detached watcher stops it
-  # within a second of that program's end, unless a stop or a newer start came first.
-  local owner=$PPID
-  setsid bash -c "while kill -0 $owner && grep -qx 'QZ_PG_DIR=$dir' '$env_file'; do sleep 1; done
-                  grep -qx 'QZ_PG_DIR=$dir' '$env_file' && '$0' stop '$state_dir'" \
-    </dev/null >/dev/null 2>&1 &
+  watch_owner "QZ_PG_DIR=$dir" "$env_file" "'$0' stop '$state_dir'"
   echo "pg-cluster: PostgreSQL 15 running in $dir (socket only), database $database"
 }
 
 case $1 in
   start) start_cluster ;;
   stop) stop_cluster ;;
-  *) sed -n '5,6p' "$0" >&2; exit 2 ;;
+  restart)
+    # shellcheck disable=SC1090
+    . "$env_file"
+    as_owner "$pg_bin/pg_ctl" -D "$QZ_PG_DIR/data" -m fast -w restart >/dev/null
+    ;;
+  *) sed -n '5,7p' "$0" >&2; exit 2 ;;
 esac

@@ -16,14 +16,15 @@
 # "[sqlite,mariadb] ", and then belongs to those back ends only. A transcript may end with
 # "== standard error" and what qzcall and the server write there, then "== FILE" and the
 # content of each file named by a "# show: FILE..." line. "# interpose: RULES" gives the
-# libodbc interposer these rules (tests/env/README.md; it writes the calls it saw to the
+# libodbc interposer these rules (tests/env/interpose.cpp; it writes the calls it saw to the
 # file "calls"), "# tz: ZONE" the server's time zone, and "# rows: decoded" keeps the
 # fields qzcall reads out of each packed row (other transcripts leave them out).
 #
 # "DSN=qz" is a data source of a private odbc.ini made here: a new SQLite file, or a new
 # database in the PostgreSQL cluster or MariaDB server of the run. The run's directory is
 # the working directory and reads $TMP in the output, its database name $DB, the cluster's
-# directory $PGDIR; addresses read 0xADDR, the log's header time YYYY-MM-DD hh:mm:ss, the
+# directory $PGDIR, the MariaDB server's $MARIADBDIR; the MariaDB driver's and server's
+# versions go from its messages; addresses read 0xADDR, the log's header time YYYY-MM-DD hh:mm:ss, the
 # build date Mmm dd yyyy; the log's line prefix (time, process id) and source positions go.
 # Environment (set by CTest): QZ_QZCALL, QZ_SERVER, QZ_LAUNCHER (the emulator of every
 # program, in the i386 build), QZ_SERVER_EMULATOR (of the server alone), QZ_INTERPOSER,
@@ -61,6 +62,15 @@ case $backend in
     printf '[qz]\nDriver=QZ PostgreSQL\nServername=%s\nPort=%s\nDatabase=%s\nUsername=%s\n%s\n' \
       "$QZ_PG_DIR" "$QZ_PG_PORT" "$db" "$QZ_PG_USER" \
       "ConnSettings=SET client_encoding TO 'LATIN1'" >odbc.ini
+    ;;
+  mariadb)
+    # shellcheck disable=SC1090
+    . "$QZ_MARIADB_ENV"
+    mariadb() { command mariadb --no-defaults -S "$QZ_MARIADB_SOCKET" -u "$QZ_MARIADB_USER" "$@"; }
+    mariadb -e "CREATE DATABASE $db CHARACTER SET latin1"
+    drop_db() { mariadb -e "DROP DATABASE $db"; }
+    printf '[qz]\nDriver=QZ MariaDB\nSocket=%s\nDatabase=%s\nUser=%s\nCharset=latin1\n' \
+      "$QZ_MARIADB_SOCKET" "$db" "$QZ_MARIADB_USER" >odbc.ini
     ;;
   *) echo "scenario: unknown back end $backend" >&2; exit 2 ;;
 esac
@@ -122,8 +132,9 @@ else
   done <expected >actual
 fi
 
-sed -i -e "s|$tmp|\$TMP|g; s|$db|\$DB|g; s|${QZ_PG_DIR:-/nonexistent}|\$PGDIR|g" \
+sed -i -e "s|$tmp|\$TMP|g; s|$db|\$DB|g; s|${QZ_PG_DIR:-/nonexistent}|\$PGDIR|g; s|${QZ_MARIADB_DIR:-/nonexistent}|\$MARIADBDIR|g" \
   -e 's/0x[0-9a-f]\{6,\}\|(nil)/0xADDR/g; s/[a-z_]*\.cpp([0-9]*): //' \
+  -e 's/\[ma-[0-9.]*\]/[ma]/g; s/\[[0-9.]*-MariaDB[^]]*\]/[MariaDB]/g' \
   -e 's/^[0-9]\{4\}-[0-9-]* [0-9:]* ( *[0-9]*) //; s/^\*\* [0-9-]* [0-9:]*/** YYYY-MM-DD hh:mm:ss/' \
   -e 's/\(Jan\|Feb\|Mar\|Apr\|May\|Jun\|Jul\|Aug\|Sep\|Oct\|Nov\|Dec\) [ 123][0-9] 20[0-9][0-9]/Mmm dd yyyy/' actual
 [ -z "${QZ_SCENARIO_KEEP:-}" ] || cp actual "$QZ_SCENARIO_KEEP/$(basename "$file").$variant.$layout"

@@ -1,6 +1,6 @@
 // The pure parts of the host and the ODBC bridge: the interpreter string operations, the
-// text forms of fetched values against snprintf, dates and times, numbers read from text,
-// the type tables and variable names, each as one table of "input = outcome" rows.
+// text forms of fetched values against snprintf, dates and times, numbers read from text
+// and the type tables, each as one table of "input = outcome" rows.
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
@@ -16,7 +16,6 @@
 #include "qzhost.hpp"
 #include "rows.hpp"
 #include "sqltypes.hpp"
-#include "varname.hpp"
 
 namespace {
 
@@ -363,30 +362,6 @@ TEST(SqlTypes, BindingsNamesAndValueTypeCodes) {
       binding);
   EXPECT_STREQ(qz::c_type_name(SQL_C_SLONG), "?");
   EXPECT_EQ(qz::value_type_of_ctype(SQL_C_TYPE_TIMESTAMP), 0);
-}
-
-// "column title": up to 15 ASCII letters, digits, blanks, "_" and "." after a letter make
-// the name; bytes above 127 are never letters. Length after the name.
-std::string varname(const std::string &row) {
-  char out[qz::kVarnameSize];
-  int len = qz::derive_varname(row.c_str() + row.find(' ') + 1, std::atoi(row.c_str()), out);
-  return std::string(out) + " " + std::to_string(len);
-}
-
-TEST(Varname, FromColumnTitles) {
-  expect_rows(
-      {// "column title": the name and its length
-       "1 cust_no = Cust_no 7", "2 ORDER^DATE = Order_date 10", "4 t.amount = T_amount 8",
-       "1 a^b\tc\nd\ve\ff\rg = A_b_c_d_e_f_g 13", "1 X.Y~ = X_y 3",
-       "1 abcdefghijklmno = Abcdefghijklmno 15", "2 ABCDEFGHIJKLMNOP = Column_2 8", "5  =  0",
-       "1 Z = Z 1", "1 zz = Zz 2", "1 aZ = Az 2", "3 SUM(x) = Column_3 8",
-       // anything else gives "Column_<n>"
-       "1 1st = Column_1 8", "6 _id = Column_6 8", "8 a-b = Column_8 8", "8 a@b = Column_8 8",
-       "8 a/b = Column_8 8", "8 a[b = Column_8 8", "8 a`b = Column_8 8", "8 a{b = Column_8 8",
-       "8 a:b = Column_8 8", "3 \xE9t\xE9 = Column_3 8", "4 ab\xC5x = Column_4 8",
-       "5 aaaaaaaaaaaaaaa\xE9 = Column_5 8", "2147483647 COUNT(*) = Column_2147483647 17",
-       "-2147483648 COUNT(*) = Column_-2147483648 18"},
-      varname);
 }
 
 }  // namespace
