@@ -118,7 +118,7 @@ void dll_cleanup() {
   // executes), so it is cancelled: SQLCancel is made to run beside its own statement's
   // call. The host has armed a watchdog first, in case even that cannot proceed.
   if (dll_in_call) {
-    qz::cancel_statement_in_driver();
+    qz::cancel_statement_before_exit();
     return;
   }
   // Statements first: each returns its reference to its connection, so that a connection

@@ -4,6 +4,11 @@
 // the catalog queries, execute, fetch and the row count; and the method table stmt_m.
 #include "statement.hpp"
 
+#include <signal.h>
+#include <sys/wait.h>
+#include <time.h>
+#include <unistd.h>
+
 #include <cstdlib>
 #include <cstring>
 
@@ -358,6 +363,26 @@ int qz::bind_with_fallback(stmt *s, int par_no, SQLSMALLINT sql_type) {
 void qz::cancel_statement_in_driver() {
   SQLHSTMT h = qz::stmt_in_driver;
   if (h) SQLCancel(h);
+}
+
+void qz::cancel_statement_before_exit() {
+  SQLHSTMT h = qz::stmt_in_driver;
+  if (!h) return;
+  pid_t child = _Fork();  // unlike fork, safe in a signal handler
+  if (child == 0) {
+    SQLCancel(h);
+    _exit(0);
+  }
+  bool reaped = child < 0;
+  for (int i = 0; i < 50 && !reaped; ++i) {
+    reaped = waitpid(child, nullptr, WNOHANG) != 0;
+    timespec pause{0, 10000000};
+    if (!reaped) nanosleep(&pause, nullptr);
+  }
+  if (!reaped) {  // stuck on a lock copied from this process: the cancel is given up
+    kill(child, SIGKILL);
+    waitpid(child, nullptr, 0);
+  }
 }
 
 int new_statement(connection *conn, stmt **stmt_p) {

@@ -201,9 +201,18 @@ int bind_with_fallback(stmt *s, int par_no, SQLSMALLINT sql_type);
 // which may cancel that call while it is still running.
 extern void *volatile stmt_in_driver;
 
-// SQLCancel of the statement in stmt_in_driver, if any. Meant for the termination signal
-// arriving during a call: SQLCancel is the one ODBC call designed to run while the
-// statement's own call is in progress. Everything else is left alone.
+// SQLCancel of the statement in stmt_in_driver, if any. Meant for an interrupt arriving
+// during a call: SQLCancel is the one ODBC call designed to run while the statement's own
+// call is in progress. Everything else is left alone.
 void cancel_statement_in_driver();
+
+// The same for the termination signal arriving during a call, made by a child process:
+// the signal may have stopped this process inside malloc, and a driver's SQLCancel may
+// allocate (psqlODBC and MariaDB's driver open a connection to send the cancel), which
+// here could corrupt the heap and abort the process instead of ending it with 0; in a
+// copy of the process, whatever the call meets cannot harm this one, and the statement
+// running in the database is the same for both. A child not done within half a second
+// (a lock the interrupted code held, copied with it) is killed and the cancel given up.
+void cancel_statement_before_exit();
 
 }  // namespace qz
