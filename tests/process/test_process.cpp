@@ -90,6 +90,15 @@ int status_of(Session &s, const char *name, std::initializer_list<Arg> args) {
   return r.ok() ? r.status : -999;
 }
 
+// Connect's status; `fn` (ExecDirect or Prepare) of `sql` on connection `c`: its status
+// (`stmt`, when it names a statement, is that statement made anew).
+int connect(Session &s, const std::string &conn) {
+  return status_of(s, "Connect", {Arg::string(conn), Arg::int_var(0)});
+}
+int run_sql(Session &s, const char *fn, int c, const std::string &sql, int stmt = 0) {
+  return status_of(s, fn, {Arg::integer(c), Arg::string(sql), Arg::int_var(stmt)});
+}
+
 // ---- start-up ----------------------------------------------------------------------
 
 TEST(StartUp, RefusalsExitWithStatus2AndSayWhy) {
@@ -369,9 +378,9 @@ TEST(AllocationFailures, EveryFailureIsStatus2AndLeavesNothing) {
   every_allocation_fails(a, "Connect", {Arg::string(db), Arg::int_var(0)});
   ASSERT_EQ(status_of(a, "Disconnect", {Arg::integer(1)}), 0);
   for (Session *s : {&a, &b})
-    ASSERT_EQ(status_of(*s, "Connect", {Arg::string(db), Arg::int_var(0)}), 0);
+    ASSERT_EQ(connect(*s, db), 0);
   for (const char *sql : {"CREATE TABLE t (k, s)", "INSERT INTO t VALUES (1, 'one')"})
-    ASSERT_EQ(status_of(a, "ExecDirect", {Arg::integer(1), Arg::string(sql), Arg::int_var(0)}), 0);
+    ASSERT_EQ(run_sql(a, "ExecDirect", 1, sql), 0);
   every_allocation_fails(a, "SetConnectOption",
                          {Arg::integer(1), Arg::integer(105), Arg::string(dir.file("dm.trace"))});
   every_allocation_fails(
@@ -382,27 +391,15 @@ TEST(AllocationFailures, EveryFailureIsStatus2AndLeavesNothing) {
   every_allocation_fails(a, "SetColumnType", {Arg::integer(2), Arg::integer(2), Arg::integer(6)});
   // FetchArray holds a delivered row while it fetches the next: two rows, the statement
   // made afresh for each attempt.
-  ASSERT_EQ(
-      status_of(a, "ExecDirect",
-                {Arg::integer(1), Arg::string("INSERT INTO t VALUES (2, 'two')"), Arg::int_var(1)}),
-      0);
+  ASSERT_EQ(run_sql(a, "ExecDirect", 1, "INSERT INTO t VALUES (2, 'two')", 1), 0);
   every_allocation_fails(
-      a, "FetchArray", {Arg::integer(3), Arg::int_var(0), Arg::string_array({"", ""}, 100)}, [&] {
-        ASSERT_EQ(status_of(a, "ExecDirect",
-                            {Arg::integer(1), Arg::string("SELECT k, s FROM t"), Arg::int_var(3)}),
-                  0);
-      });
-  ASSERT_EQ(
-      status_of(b, "Prepare",
-                {Arg::integer(1), Arg::string("INSERT INTO t VALUES (?, ?)"), Arg::int_var(0)}),
-      0);
+      a, "FetchArray", {Arg::integer(3), Arg::int_var(0), Arg::string_array({"", ""}, 100)},
+      [&] { ASSERT_EQ(run_sql(a, "ExecDirect", 1, "SELECT k, s FROM t", 3), 0); });
+  ASSERT_EQ(run_sql(b, "Prepare", 1, "INSERT INTO t VALUES (?, ?)"), 0);
   every_allocation_fails(b, "SetParam", {Arg::integer(1), Arg::integer(1), Arg::integer(2)});
   every_allocation_fails(b, "Execute", {Arg::integer(1)});
   // ExecuteArray binds the parameters of a new statement with its first row.
-  ASSERT_EQ(
-      status_of(b, "Prepare",
-                {Arg::integer(1), Arg::string("INSERT INTO t VALUES (?, ?)"), Arg::int_var(2)}),
-      0);
+  ASSERT_EQ(run_sql(b, "Prepare", 1, "INSERT INTO t VALUES (?, ?)", 2), 0);
   every_allocation_fails(b, "ExecuteArray",
                          {Arg::integer(2), Arg::integer(2), Arg::int_var(0), Arg::int_array({5, 6}),
                           Arg::string_array({"five", "six"}, 4)});
@@ -418,47 +415,76 @@ TEST(AllocationFailures, EveryFailureIsStatus2AndLeavesNothing) {
 
 // ---- SIGTERM ---------------------------------------------------------------------------
 
-// A PostgreSQL cluster's record (QZ_PG_DIR, QZ_PG_PORT, QZ_PG_USER, QZ_PG_DATABASE): the
-// tests' cluster, or the one whose record is `path`.
-std::map<std::string, std::string> pg(const std::string &path = env("QZ_PG_ENV")) {
-  std::ifstream in(path);
+// A database server of the run, PostgreSQL or MariaDB, from the record its script in
+// tests/env wrote (KEY=VALUE lines): the run's own, or one a test started for itself.
+struct Db {
+  bool pg;
   std::map<std::string, std::string> v;
-  for (std::string line; std::getline(in, line);)
-    if (line.find('=') != std::string::npos)
-      v[line.substr(0, line.find('='))] = line.substr(line.find('=') + 1);
-  return v;
-}
-
-// A connection string to a cluster for the program `app`.
-std::string pg_conn(const std::string &app, std::map<std::string, std::string> v = pg()) {
-  return "Driver={QZ PostgreSQL};Servername=" + v["QZ_PG_DIR"] + ";Port=" + v["QZ_PG_PORT"] +
-         ";Database=" + v["QZ_PG_DATABASE"] + ";Username=" + v["QZ_PG_USER"] +
-         ";ConnSettings={SET application_name TO '" + app + "'}";
-}
-
-// Sessions of the program `app` in the cluster's pg_stat_activity, as psql prints it.
-std::string sessions(const std::string &app, const std::string &also = "") {
-  auto v = pg();
-  std::string cmd = "/usr/lib/postgresql/15/bin/psql -X -A -t -q -h " + v["QZ_PG_DIR"] + " -p " +
-                    v["QZ_PG_PORT"] + " -U " + v["QZ_PG_USER"] + " -d " + v["QZ_PG_DATABASE"] +
-                    " -c \"SELECT count(*) FROM pg_stat_activity WHERE application_name = '" + app +
-                    "'" + also + "\"";
-  std::string out;
-  if (FILE *p = popen(cmd.c_str(), "r")) {
-    for (char buf[256]; std::fgets(buf, sizeof buf, p);)
-      out += buf;
-    pclose(p);
+  Db(bool is_pg, const std::string &record) : pg(is_pg) {
+    std::ifstream in(record);
+    for (std::string line; std::getline(in, line);)
+      if (auto eq = line.find('='); eq != std::string::npos)
+        v[line.substr(0, eq)] = line.substr(eq + 1);
   }
-  return out;
-}
+  std::string name() const { return pg ? "PostgreSQL" : "MariaDB"; }
+  std::string script() const { return env(pg ? "QZ_PG_CLUSTER" : "QZ_MARIADB_SERVER"); }
+  static const char *record(bool pg) { return pg ? "pg-cluster.env" : "mariadb.env"; }
+  std::string sleep(int s) const {
+    return (pg ? "SELECT pg_sleep(" : "SELECT SLEEP(") + std::to_string(s) + ")";
+  }
+  // What the server's own client prints for `sql`.
+  std::string client(const std::string &sql) const {
+    std::string cmd = pg ? "/usr/lib/postgresql/15/bin/psql -X -A -t -q -h " + v.at("QZ_PG_DIR") +
+                               " -p " + v.at("QZ_PG_PORT") + " -U " + v.at("QZ_PG_USER") + " -d " +
+                               v.at("QZ_PG_DATABASE") + " -c \"" + sql + "\""
+                         : "mariadb --no-defaults -N -B -S " + v.at("QZ_MARIADB_SOCKET") + " -u " +
+                               v.at("QZ_MARIADB_USER") + " -e \"" + sql + "\"";
+    std::string out;
+    if (FILE *p = popen(cmd.c_str(), "r")) {
+      for (char buf[256]; std::fgets(buf, sizeof buf, p);)
+        out += buf;
+      pclose(p);
+    }
+    return out;
+  }
+  // A connection string for the program `app`, whose sessions the server can then tell
+  // apart: by their application name in PostgreSQL, by a database of their own in MariaDB.
+  std::string conn(const std::string &app) const {
+    if (pg)
+      return "Driver={QZ PostgreSQL};Servername=" + v.at("QZ_PG_DIR") +
+             ";Port=" + v.at("QZ_PG_PORT") + ";Database=" + v.at("QZ_PG_DATABASE") +
+             ";Username=" + v.at("QZ_PG_USER") + ";ConnSettings={SET application_name TO '" + app +
+             "'}";
+    client("CREATE DATABASE IF NOT EXISTS " + app + " CHARACTER SET latin1");
+    return "Driver={QZ MariaDB};Socket=" + v.at("QZ_MARIADB_SOCKET") +
+           ";User=" + v.at("QZ_MARIADB_USER") + ";Database=" + app;
+  }
+  // Sessions of `app`, as the client prints the count; with `query`, only those running a
+  // statement that begins so.
+  std::string sessions(const std::string &app, const std::string &query = "") const {
+    if (pg)
+      return client("SELECT count(*) FROM pg_stat_activity WHERE application_name = '" + app + "'" +
+                    (query.empty() ? "" : " AND state = 'active' AND query LIKE '" + query + "%'"));
+    return client("SELECT count(*) FROM information_schema.processlist WHERE db = '" + app + "'" +
+                  (query.empty() ? "" : " AND info LIKE '" + query + "%'"));
+  }
+  // Sessions of `app` left after a server ended: the database notices a client gone a
+  // moment later.
+  std::string sessions_left(const std::string &app) const {
+    std::string n;
+    for (int i = 0; i < 100 && (n = sessions(app)) != "0\n"; ++i)
+      std::this_thread::sleep_for(20ms);
+    return n;
+  }
+};
 
-// Sessions of `app` left after a server ended: the database notices a client gone a
-// moment later.
-std::string sessions_left(const std::string &app) {
-  std::string n;
-  for (int i = 0; i < 100 && (n = sessions(app)) != "0\n"; ++i)
-    std::this_thread::sleep_for(20ms);
-  return n;
+// The database servers this build reaches.
+std::vector<Db> servers() {
+  std::vector<Db> all;
+  for (bool pg : {true, false})
+    if (std::string path = env(pg ? "QZ_PG_ENV" : "QZ_MARIADB_ENV"); !path.empty())
+      all.emplace_back(pg, path);
+  return all;
 }
 
 // SIGTERM while waiting releases every statement before its connection, and a connection
@@ -475,11 +501,9 @@ TEST(Shutdown, StatementsGoFirstAndNothingGoesWhileTheDriverIsInACall) {
                                {"LD_PRELOAD=" + env("QZ_INTERPOSER"), "QZ_ODBC_TRACE=" + calls,
                                 "QZ_ODBC_INTERPOSE=SQLDriverConnect@4:block"})));
     for (int k = 0; k < 3; ++k)
-      ASSERT_EQ(status_of(s, "Connect", {Arg::string(db), Arg::int_var(0)}), 0);
+      ASSERT_EQ(connect(s, db), 0);
     for (int k = 1; k <= 2; ++k)
-      ASSERT_EQ(
-          status_of(s, "ExecDirect", {Arg::integer(k), Arg::string("SELECT 1"), Arg::int_var(0)}),
-          0);
+      ASSERT_EQ(run_sql(s, "ExecDirect", k, "SELECT 1"), 0);
     ASSERT_EQ(status_of(s, "Disconnect", {Arg::integer(1)}), 0);
     EXPECT_EQ(read_file(calls).find("SQLDisconnect"), std::string::npos);  // still open
     if (in_call) {
@@ -510,8 +534,8 @@ double seconds_since(std::chrono::steady_clock::time_point t0) {
 }
 
 // SIGTERM at a random moment of a busy stream of calls (a recursive query, inserts,
-// fetches), on SQLite and PostgreSQL: every round the server exits with 0 within a second,
-// and no session is left in the database.
+// fetches), on every back end: every round the server exits with 0 within a second, and no
+// session is left in the database.
 TEST(Shutdown, TermAtRandomMomentsEndsTheServerPromptly) {
   TempDir dir;
   std::mt19937 rng(20261124);
@@ -520,17 +544,18 @@ TEST(Shutdown, TermAtRandomMomentsEndsTheServerPromptly) {
                        "WITH RECURSIVE c(x) AS (SELECT 1 UNION ALL SELECT x + 1 FROM c "
                        "WHERE x < 200000) SELECT count(*) FROM c"};
   const std::string app = "qz_random_" + std::to_string(getpid());
-  const std::pair<const char *, std::string> dbs[] = {
-      {"SQLite", "Driver={QZ SQLite};Database=" + dir.file("t.db")},
-      {"PostgreSQL", env("QZ_PG_ENV").empty() ? "" : pg_conn(app)}};
+  std::vector<std::pair<std::string, std::string>> dbs{
+      {"SQLite", "Driver={QZ SQLite};Database=" + dir.file("t.db")}};
+  for (const Db &db : servers())
+    dbs.emplace_back(db.name(), db.conn(app));
   for (const auto &[name, db] : dbs) {
-    const int rounds = db.empty() ? 0 : soak() ? 1000 : emulated() ? 5 : 20;
+    const int rounds = soak() ? 1000 : emulated() ? 5 : 20;
     int failed = 0;
     auto t_all = std::chrono::steady_clock::now();
     for (int round = 0; round < rounds; ++round) {
       Session s;
       ASSERT_TRUE(s.start(server("QZ_SERVER_ODBC"))) << s.error();
-      ASSERT_EQ(status_of(s, "Connect", {Arg::string(db), Arg::int_var(0)}), 0);
+      ASSERT_EQ(connect(s, db), 0);
       std::thread busy([&] {
         for (int k = 0; k < 1000; ++k) {
           Arg args[] = {Arg::integer(1), Arg::string(sql[k % 4]), Arg::int_var(0)};
@@ -546,60 +571,58 @@ TEST(Shutdown, TermAtRandomMomentsEndsTheServerPromptly) {
       EXPECT_TRUE(prompt) << name << " " << round << ": " << e.describe() << s.stderr_text();
       failed += !prompt;
     }
-    if (rounds && db.find("PostgreSQL") != std::string::npos) {
-      EXPECT_EQ(sessions_left(app), "0\n");
-    }
-    std::printf("soak: SIGTERM at random moments, %s: %d rounds, %d failures, %.1f s\n", name,
-                rounds, failed, seconds_since(t_all));
+    std::printf("soak: SIGTERM at random moments, %s: %d rounds, %d failures, %.1f s\n",
+                name.c_str(), rounds, failed, seconds_since(t_all));
   }
+  for (const Db &db : servers())
+    EXPECT_EQ(db.sessions_left(app), "0\n") << db.name();
 }
 
-// PostgreSQL: sessions closed after SIGTERM while waiting; during a statement that runs in
-// the database the statement is cancelled and the server ends at once; and when the
-// driver manager serialises the cancel behind the very call it should cancel, the
+// PostgreSQL and MariaDB: sessions closed after SIGTERM while waiting; during a statement
+// that runs in the database the statement is cancelled and the server ends at once; and
+// when the driver manager serialises the cancel behind the very call it should cancel, the
 // watchdog ends the server all the same.
-TEST(Shutdown, PostgresSessionsEndAlsoDuringAStatement) {
-  if (env("QZ_PG_ENV").empty()) GTEST_SKIP() << "no PostgreSQL in this build";
-  const std::string app = "qz_term_" + std::to_string(getpid());
-  const std::string conn = pg_conn(app);
-  TempDir sysini;  // the PostgreSQL driver at the driver manager's highest thread protection
-  {
-    std::ifstream in(env("ODBCSYSINI") + "/odbcinst.ini");
-    std::ofstream out(sysini.file("odbcinst.ini"));
-    for (std::string line; std::getline(in, line);)
-      out << line << (line == "[QZ PostgreSQL]" ? "\nThreading = 3\n" : "\n");
-  }
-  for (int round = 0; round < 3; ++round) {
-    Session s;
-    std::vector<std::string> vars;
-    if (round == 2) vars.push_back("ODBCSYSINI=" + sysini.path);
-    ASSERT_TRUE(s.start(server("QZ_SERVER_ODBC", Layout::bits32, vars)));
-    for (int k = 1; k <= 2; ++k)
-      ASSERT_EQ(status_of(s, "Connect", {Arg::string(conn), Arg::int_var(0)}), 0);
-    ASSERT_EQ(status_of(s, "Prepare",
-                        {Arg::integer(1), Arg::string("SELECT pg_sleep(30)"), Arg::int_var(0)}),
-              0);
-    ASSERT_EQ(status_of(s, "Disconnect", {Arg::integer(1)}), 0);  // kept open by its statement
-    EXPECT_EQ(sessions(app), "2\n");
-    if (round > 0) {  // Execute without waiting for its answer, until the database runs it
-      Arg args[] = {Arg::integer(1)};
-      ASSERT_TRUE(s.write_call("Execute", args));
-      ASSERT_EQ(kill(s.pid(), SIGUSR2), 0);
-      std::string active;
-      for (int i = 0; i < 200 && active != "1\n"; ++i) {
-        std::this_thread::sleep_for(20ms);
-        active = sessions(app, " AND state = 'active' AND query LIKE 'SELECT pg_sleep%'");
-      }
-      ASSERT_EQ(active, "1\n");
+TEST(Shutdown, DatabaseSessionsEndAlsoDuringAStatement) {
+  for (const Db &db : servers()) {
+    const std::string app = "qz_term_" + std::to_string(getpid()), conn = db.conn(app);
+    TempDir sysini;  // the driver at the driver manager's highest thread protection
+    {
+      std::ifstream in(env("ODBCSYSINI") + "/odbcinst.ini");
+      std::ofstream out(sysini.file("odbcinst.ini"));
+      for (std::string line; std::getline(in, line);)
+        out << line << (line == "[QZ " + db.name() + "]" ? "\nThreading = 3\n" : "\n");
     }
-    auto t0 = std::chrono::steady_clock::now();
-    ASSERT_EQ(kill(s.pid(), SIGTERM), 0);
-    ExitInfo e = s.wait_exit(2000ms);
-    EXPECT_TRUE(e.exited && e.code == 0) << round << ": " << e.describe() << "\n"
-                                         << s.stderr_text();
-    EXPECT_LT(std::chrono::steady_clock::now() - t0, 2s) << round;
-    if (round < 2) {
-      EXPECT_EQ(sessions_left(app), "0\n") << round;
+    for (int round = 0; round < 3; ++round) {
+      Session s;
+      std::vector<std::string> vars;
+      if (round == 2) vars.push_back("ODBCSYSINI=" + sysini.path);
+      ASSERT_TRUE(s.start(server("QZ_SERVER_ODBC", Layout::bits32, vars)));
+      for (int k = 1; k <= 2; ++k)
+        ASSERT_EQ(connect(s, conn), 0);
+      ASSERT_EQ(run_sql(s, "Prepare", 1, db.sleep(30)), 0);
+      ASSERT_EQ(status_of(s, "Disconnect", {Arg::integer(1)}), 0);  // kept open by its statement
+      EXPECT_EQ(db.sessions(app), "2\n") << db.name();
+      if (round > 0) {  // Execute without waiting for its answer, until the database runs it
+        Arg args[] = {Arg::integer(1)};
+        ASSERT_TRUE(s.write_call("Execute", args));
+        ASSERT_EQ(kill(s.pid(), SIGUSR2), 0);
+        std::string active;
+        for (int i = 0; i < 200 && active != "1\n"; ++i) {
+          std::this_thread::sleep_for(20ms);
+          active = db.sessions(app, db.sleep(30));
+        }
+        ASSERT_EQ(active, "1\n") << db.name();
+      }
+      auto t0 = std::chrono::steady_clock::now();
+      ASSERT_EQ(kill(s.pid(), SIGTERM), 0);
+      ExitInfo e = s.wait_exit(2000ms);
+      EXPECT_TRUE(e.exited && e.code == 0)
+          << db.name() << " " << round << ": " << e.describe() << "\n"
+          << s.stderr_text();
+      EXPECT_LT(std::chrono::steady_clock::now() - t0, 2s) << db.name() << " " << round;
+      if (round < 2) {
+        EXPECT_EQ(db.sessions_left(app), "0\n") << db.name() << " " << round;
+      }
     }
   }
 }
@@ -660,23 +683,25 @@ std::array<long, 3> mixed_calls(const std::string &conn, int me, long rounds, lo
   return {failures + (stop(s).code != 0), end[0] - settled[0], end[1] - settled[1]};
 }
 
-// Many interpreters at once against one database (one PostgreSQL cluster, one SQLite
-// file), each a process with a server of its own, then one for long: every answer its own,
-// each server's memory flat (within 1 MiB of where it settled) and its descriptors
+// Many interpreters at once against one database (one SQLite file, one PostgreSQL
+// cluster, one MariaDB server), each a process with a server of its own, then one for long: every
+// answer its own, each server's memory flat (within 1 MiB of where it settled) and its descriptors
 // constant, and no session left in the database.
 TEST(Faults, ManyInterpretersAndLongRunsKeepEveryAnswerAndStayFlat) {
   if (emulated()) GTEST_SKIP() << "the emulator's memory is not the server's";
   TempDir dir;
   const std::string app = "qz_many_" + std::to_string(getpid());
-  for (const std::string &db : {"Driver={QZ SQLite};Database=" + dir.file("many.db"),
-                                env("QZ_PG_ENV").empty() ? "" : pg_conn(app)}) {
+  std::vector<std::string> dbs{"Driver={QZ SQLite};Database=" + dir.file("many.db")};
+  for (const Db &db : servers())
+    dbs.push_back(db.conn(app));
+  for (const std::string &db : dbs) {
     Session admin;
-    ASSERT_TRUE(!db.empty() && admin.start(server("QZ_SERVER_ODBC")));
-    ASSERT_EQ(status_of(admin, "Connect", {Arg::string(db), Arg::int_var()}), 0);
+    ASSERT_TRUE(admin.start(server("QZ_SERVER_ODBC")));
+    ASSERT_EQ(connect(admin, db), 0);
     for (const char *sql :
          {"DROP TABLE IF EXISTS many", "CREATE TABLE many (who INT, s VARCHAR(20))",
           "CREATE INDEX many_s ON many (s)"})
-      status_of(admin, "ExecDirect", {Arg::integer(1), Arg::string(sql), Arg::int_var()});
+      run_sql(admin, "ExecDirect", 1, sql);
     for (auto [n, rounds, cycle] : {std::array<long, 3>{soak() ? 32 : 4, soak() ? 2000 : 100, 500},
                                     {1, soak() ? 200000 : 1000, 20}}) {
       auto t0 = std::chrono::steady_clock::now();
@@ -709,51 +734,52 @@ TEST(Faults, ManyInterpretersAndLongRunsKeepEveryAnswerAndStayFlat) {
           worst[2]);
     }
   }
-  EXPECT_EQ(sessions_left(app), "0\n");
+  for (const Db &db : servers())
+    EXPECT_EQ(db.sessions_left(app), "0\n") << db.name();
 }
 
-// The whole cluster restarts, between calls and during one: the next call on each
+// The database server restarts, between calls and during one: the next call on each
 // connection fails with the driver's diagnostics (no hang, no crash), and Disconnect and
-// Connect give working connections again. A cluster of its own: a restart ends every
+// Connect give working connections again. A server of its own: a restart ends every
 // session in it.
-TEST(Faults, ClusterRestartFailsTheCallsOfItsSessionsAndConnectWorksAgain) {
-  if (env("QZ_PG_ENV").empty()) GTEST_SKIP() << "no PostgreSQL in this build";
-  TempDir state;
-  auto cluster = [&](const std::string &verb) {
-    return std::system(("exec " + env("QZ_PG_CLUSTER") + " " + verb + " " + state.path).c_str());
-  };
-  ASSERT_EQ(cluster("start >/dev/null"), 0);
-  const std::string conn = pg_conn("qz_restart", pg(state.file("pg-cluster.env")));
-  Session s;
-  ASSERT_TRUE(s.start(server("QZ_SERVER_ODBC")));
-  auto run = [&](int c, const char *sql) {
-    return status_of(s, "ExecDirect", {Arg::integer(c), Arg::string(sql), Arg::int_var()});
-  };
-  auto reconnect = [&](int c) {
-    EXPECT_EQ(c ? status_of(s, "Disconnect", {Arg::integer(c)}) : 0, 0);
-    EXPECT_EQ(status_of(s, "Connect", {Arg::string(conn), Arg::int_var()}), 0);
-  };
-  reconnect(0), reconnect(0);
-  ASSERT_EQ(cluster("restart"), 0);  // between calls
-  for (int c : {1, 2}) {
-    EXPECT_EQ(run(c, "SELECT 1"), 1118);
-    CallResult e = s.call("GetError", {Arg::string_var("", 300), Arg::string_var("", 5),
-                                       Arg::int_var(), Arg::int_var()});
-    EXPECT_TRUE(e.ok() && e.args[3].as_int() == 1 && e.args[1].as_string().size() == 5);
-    reconnect(c);
+TEST(Faults, ADatabaseRestartFailsTheCallsOfItsSessionsAndConnectWorksAgain) {
+  for (const Db &run_db : servers()) {
+    TempDir state;
+    auto restart = [&](const std::string &verb) {
+      return std::system(("exec " + run_db.script() + " " + verb + " " + state.path).c_str());
+    };
+    ASSERT_EQ(restart("start >/dev/null"), 0);
+    const Db db(run_db.pg, state.file(Db::record(run_db.pg)));
+    const std::string conn = db.conn("qz_restart");
+    Session s;
+    ASSERT_TRUE(s.start(server("QZ_SERVER_ODBC")));
+    auto run = [&](int c, const std::string &sql) { return run_sql(s, "ExecDirect", c, sql); };
+    auto reconnect = [&](int c) {
+      EXPECT_EQ(c ? status_of(s, "Disconnect", {Arg::integer(c)}) : 0, 0);
+      EXPECT_EQ(connect(s, conn), 0);
+    };
+    reconnect(0), reconnect(0);
+    ASSERT_EQ(restart("restart"), 0);  // between calls
+    for (int c : {1, 2}) {
+      EXPECT_EQ(run(c, "SELECT 1"), 1118) << db.name();
+      CallResult e = s.call("GetError", {Arg::string_var("", 300), Arg::string_var("", 5),
+                                         Arg::int_var(), Arg::int_var()});
+      EXPECT_TRUE(e.ok() && e.args[3].as_int() == 1 && e.args[1].as_string().size() == 5);
+      reconnect(c);
+    }
+    std::thread later([&] {
+      std::this_thread::sleep_for(500ms);
+      restart("restart");
+    });
+    auto t0 = std::chrono::steady_clock::now();
+    EXPECT_EQ(run(1, db.sleep(20)), 1118) << db.name();  // during a call
+    EXPECT_LT(seconds_since(t0), 10);
+    later.join();
+    reconnect(1);
+    EXPECT_EQ(run(1, "SELECT 1"), 0) << db.name();
+    stop(s);
+    restart("stop");
   }
-  std::thread restart([&] {
-    std::this_thread::sleep_for(500ms);
-    cluster("restart");
-  });
-  auto t0 = std::chrono::steady_clock::now();
-  EXPECT_EQ(run(1, "SELECT pg_sleep(20)"), 1118);  // during a call
-  EXPECT_LT(seconds_since(t0), 10);
-  restart.join();
-  reconnect(1);
-  EXPECT_EQ(run(1, "SELECT 1"), 0);
-  stop(s);
-  cluster("stop");
 }
 
 // ---- qzcall on a terminal -------------------------------------------------------------
