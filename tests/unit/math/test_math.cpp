@@ -164,9 +164,11 @@ std::string call(const std::string &row) {
   int len = b.empty() ? static_cast<int>(a.size()) : n;
   if (op == "cvasc") return coded(deccvasc(a.data(), len, &r), r);
   if (op == "m_cv_asc") return coded(m_cv_asc(a.data(), len, &r), r);
-  if (op == "toasc") {  // the field operations: record, length, decimals
-    int rc = dectoasc(&x, buf, n, std::atoi(c.c_str()));
-    return std::to_string(rc) + " [" + std::string(buf, n) + "]";
+  if (op == "toasc") {  // the field operations: record, length, decimals ("<": the byte
+    std::memset(buf, 0, sizeof buf);  // before the field written, ">" the one after it)
+    int rc = dectoasc(&x, buf + 1, n, std::atoi(c.c_str()));
+    return std::to_string(rc) + (buf[0] ? " <[" : " [") + std::string(buf + 1, n) +
+           (buf[n + 1] ? "]>" : "]");
   }
   if (op == "m_to_asc") return m_to_asc(&x, buf, n, std::atoi(c.c_str()));
   return "unknown operation " + op;
@@ -248,12 +250,12 @@ TEST(DecimalTable, DocumentedResultsCodesAndSubstitutes) {
        "toasc 0.123 8 -1 = 0 [0.123   ]", "toasc 12.5 8 -1 = 0 [12.5    ]",
        "toasc 1200 8 -1 = 0 [1200    ]", "toasc 12.345 5 3 = 0 [12.35]",
        "toasc -1234567 6 0 = 0 [-1.2e6]", "toasc 9999999 5 0 = 0 [1e7  ]",
-       "toasc 1234567 2 0 = 0 [**]", "toasc 1e-130 2 0 = 0 [0 ]", "toasc -1e30 6 0 = 0 [-1e30 ]",
-       "toasc 1e-30 4 9 = 0 [0.00]", "toasc null 4 0 = 0 [    ]", "toasc 0 3 0 = 0 [0  ]",
-       "m_to_asc 3.14159 10 2 = 3.14", "m_to_asc 3.14159 10 -1 = 3.14159", "m_add 5 -5 = 0 +[]e0",
-       "m_mpy -BIG -BIG = 23 +BIG", "m_dvd 5 0 = 31 +BIG", "m_dvd 1e-68 +BIG = 23 +[]e0",
-       "m_dvd -BIG 1e-68 = 23 -BIG", "m_cmp -5 -5 = 0", "gcvt 1e20 14 = 1E+20",
-       "gcvt -[12,34,56,78,90,12,34,56]e-60 14 = -1.2345678901235E-121",
+       "toasc 1234567 2 0 = 0 [**]", "toasc 1e20 1 0 = 0 [*]", "toasc 1e-130 2 0 = 0 [0 ]",
+       "toasc -1e30 6 0 = 0 [-1e30 ]", "toasc 1e-30 4 9 = 0 [0.00]", "toasc null 4 0 = 0 [    ]",
+       "toasc 0 3 0 = 0 [0  ]", "m_to_asc 3.14159 10 2 = 3.14", "m_to_asc 3.14159 10 -1 = 3.14159",
+       "m_add 5 -5 = 0 +[]e0", "m_mpy -BIG -BIG = 23 +BIG", "m_dvd 5 0 = 31 +BIG",
+       "m_dvd 1e-68 +BIG = 23 +[]e0", "m_dvd -BIG 1e-68 = 23 -BIG", "m_cmp -5 -5 = 0",
+       "gcvt 1e20 14 = 1E+20", "gcvt -[12,34,56,78,90,12,34,56]e-60 14 = -1.2345678901235E-121",
        "cvdbl 1e200 = -1200 +[1]e63", "cvdbl -1e-200 = -1201 -[1]e-64",
        "round 1.5 -1 = -1 +[1,50]e1", "round null 2 = 0 null", "trunc 1.5 -2 = -1 +[1,50]e1",
        "trunc null 1 = 0 null", "cvasc 5. = 0 +[5]e1", "cvasc 1e999 = -1200 +[10]e63",
