@@ -351,6 +351,11 @@ bool Shell::connect() {
   a = {Arg::string(to_server(spec, o_.encoding)), Arg::int_var(0)};
   bool ok = call("Connect", "Connect", a);
   if (ok) conn_ = a[1].as_int();
+  // Text as long as the server's largest buffer (its start-up limit of 1,024 bytes would
+  // show a longer value cut without a word); the setting is the server's, so once more
+  // for every server the shell starts.
+  a = {Arg::integer(1024), Arg::integer(32767)};
+  if (ok) s_.call("SetTextColumnSize", std::span<Arg>(a));
   autocommit_ = true;  // a new connection commits every statement by itself
   if (fd >= 0) {
     std::vector<Arg> quiet{Arg::string("")};
