@@ -11,18 +11,15 @@
 # QZ_MARIADB_USER (a user with every right, no password: the socket is the door) and
 # QZ_MARIADB_DATABASE (a latin1 database).
 set -Eeuo pipefail
-# shellcheck source=watch.sh
-. "$(dirname "$0")/watch.sh"
+# shellcheck source=server-common.sh
+. "$(dirname "$0")/server-common.sh"
+server_user=mysql
 user=qz
 database=qz
 
 [ $# = 2 ] || { sed -n '6,8p' "$0" >&2; exit 2; }
 state_dir=$2
 env_file=$state_dir/mariadb.env
-
-as_owner() {
-  if [ "$(id -u)" = 0 ]; then runuser -u mysql -- "$@"; else "$@"; fi
-}
 
 # The server of directory $1 ends (its pid file names it).
 end_server() {
@@ -64,12 +61,10 @@ start_server() {
   mkdir -p "$state_dir"
   stop_server  # a server left behind by an interrupted run
   local dir
-  dir=$(mktemp -d /tmp/qz-mariadb.XXXXXX)
+  dir=$(new_server_dir mariadb)
   # From here on, a failure removes what was made.
   trap 'echo "mariadb-server: start failed; log follows" >&2; cat "$dir/log" >&2 2>/dev/null || true;
         [ -f "$dir/pid" ] && kill -9 "$(cat "$dir/pid")" 2>/dev/null; rm -rf "$dir"' ERR
-  chmod 755 "$dir"
-  if [ "$(id -u)" = 0 ]; then chown mysql: "$dir"; fi
   as_owner mariadb-install-db --no-defaults --datadir="$dir/data" --skip-test-db \
     --auth-root-authentication-method=normal >"$dir/install.log" 2>&1 ||
     { cat "$dir/install.log" >&2; false; }

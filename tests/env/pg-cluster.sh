@@ -11,8 +11,9 @@
 # directory), QZ_PG_PORT, QZ_PG_USER and QZ_PG_DATABASE (a LATIN1 database with C
 # collation).
 set -Eeuo pipefail
-# shellcheck source=watch.sh
-. "$(dirname "$0")/watch.sh"
+# shellcheck source=server-common.sh
+. "$(dirname "$0")/server-common.sh"
+server_user=postgres
 
 pg_bin=${QZ_PG_BIN:-/usr/lib/postgresql/15/bin}
 port=5432
@@ -22,16 +23,6 @@ database=qz
 [ $# = 2 ] || { sed -n '5,7p' "$0" >&2; exit 2; }
 state_dir=$2
 env_file=$state_dir/pg-cluster.env
-
-# Runs a command as the owner of the cluster: the postgres user when we are root,
-# ourselves otherwise.
-as_owner() {
-  if [ "$(id -u)" = 0 ]; then
-    runuser -u postgres -- "$@"
-  else
-    "$@"
-  fi
-}
 
 stop_cluster() {
   [ -f "$env_file" ] || return 0
@@ -52,13 +43,11 @@ start_cluster() {
   mkdir -p "$state_dir"
   stop_cluster  # a cluster left behind by an interrupted run
   local dir
-  dir=$(mktemp -d /tmp/qz-pg.XXXXXX)
+  dir=$(new_server_dir pg)
   # From here on, a failure removes what was made.
   trap 'echo "pg-cluster: start failed; log follows" >&2; cat "$dir/log" >&2 2>/dev/null || true;
         QZ_PG_DIR=$dir; as_owner "$pg_bin/pg_ctl" -D "$dir/data" -m immediate stop >/dev/null 2>&1 || true;
         rm -rf "$dir"' ERR
-  chmod 755 "$dir"
-  if [ "$(id -u)" = 0 ]; then chown postgres: "$dir"; fi
   as_owner "$pg_bin/initdb" -D "$dir/data" -U "$superuser" -A trust -E UTF8 --locale=C \
     --no-sync --no-instructions >"$dir/initdb.log" 2>&1 || { cat "$dir/initdb.log" >&2; false; }
   # Unix socket only, in the private directory; durability is of no use to a test run.
